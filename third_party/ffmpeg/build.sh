@@ -1,0 +1,127 @@
+#!/usr/bin/env bash
+# Builds the engine's own FFmpeg: Debian's ffmpeg source package with oru-version.patch
+# applied, trimmed to the protocols, demuxers, decoders and parsers the engine uses, as
+# shared libraries with the build suffix "_oru" (so that they can never be confused with a
+# stock FFmpeg installed on the same machine).
+#
+#   build.sh ROOT      builds into ROOT/ffmpeg-<source version>-<hash> unless that prefix is
+#                      already complete, and prints the prefix as the last line of stdout.
+#
+# The hash covers this script and the patch, so a change to either, or a new Debian source
+# version, makes a new prefix; an unchanged one is reused without building.
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+root=${1:?usage: build.sh ROOT}
+mkdir -p "$root"
+root=$(cd "$root" && pwd)
+jobs=$(nproc)
+
+as_root() {
+  if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
+}
+
+# apt-get source needs deb-src entries. When the machine has none, add them for the same
+# URIs and suites as its own deb entries, in one file of ours.
+ensure_deb_src() {
+  apt-cache showsrc ffmpeg 2>/dev/null | grep -q '^Version:' && return 0
+  local list=/etc/apt/sources.list.d/oruplay-deb-src.list tmp
+  tmp=$(mktemp)
+  {
+    grep -hE '^\s*deb\s' /etc/apt/sources.list /etc/apt/sources.list.d/*.list 2>/dev/null \
+      | sed -E 's/^\s*deb\s/deb-src /' || true
+    # deb822 files: every stanza whose Types has "deb" becomes a one-line deb-src entry.
+    for f in /etc/apt/sources.list.d/*.sources; do
+      [ -f "$f" ] || continue
+      awk '
+        function flush() {
+          if (types ~ /(^| )deb( |$)/ && uris != "" && suites != "") {
+            n = split(uris, u, " "); m = split(suites, s, " ")
+            for (i = 1; i <= n; i++) for (j = 1; j <= m; j++) {
+              line = "deb-src"
+              if (signed != "") line = line " [signed-by=" signed "]"
+              print line " " u[i] " " s[j] " " comps
+            }
+          }
+          types = uris = suites = comps = signed = ""
+        }
+        /^[[:space:]]*$/ { flush(); next }
+        /^[[:space:]]*#/ { next }
+        /^Types:/      { sub(/^Types:[[:space:]]*/, "");      types = $0 }
+        /^URIs:/       { sub(/^URIs:[[:space:]]*/, "");       uris = $0 }
+        /^Suites:/     { sub(/^Suites:[[:space:]]*/, "");     suites = $0 }
+        /^Components:/ { sub(/^Components:[[:space:]]*/, ""); comps = $0 }
+        /^Signed-By:/  { sub(/^Signed-By:[[:space:]]*/, "");  signed = $0 }
+        END { flush() }
+      ' "$f"
+    done
+  } | sort -u >"$tmp"
+  if [ ! -s "$tmp" ]; then
+    rm -f "$tmp"
+    echo "ffmpeg: no deb entries found to derive deb-src entries from" >&2
+    return 1
+  fi
+  echo "ffmpeg: adding deb-src entries in $list" >&2
+  as_root install -m 0644 "$tmp" "$list"
+  rm -f "$tmp"
+  as_root apt-get update -qq >&2
+}
+
+ensure_deb_src
+version=$(apt-cache showsrc ffmpeg | awk '/^Version:/ { print $2 }' | sort -V | tail -n 1)
+[ -n "$version" ] || { echo "ffmpeg: no source version of ffmpeg is known to apt" >&2; exit 1; }
+hash=$(cat "$here/build.sh" "$here/oru-version.patch" | sha256sum | cut -c1-12)
+prefix="$root/ffmpeg-${version#*:}-$hash"
+
+if [ -f "$prefix/.complete" ]; then
+  echo "$prefix"
+  exit 0
+fi
+
+work="$root/work-${version#*:}-$hash"
+rm -rf "$work" "$prefix"
+mkdir -p "$work"
+echo "ffmpeg: fetching source $version" >&2
+(cd "$work" && apt-get source -qq "ffmpeg=$version" >&2)
+src=$(find "$work" -maxdepth 1 -mindepth 1 -type d -name 'ffmpeg-*' | head -n 1)
+[ -n "$src" ] || { echo "ffmpeg: apt-get source left no source tree" >&2; exit 1; }
+
+echo "ffmpeg: patching and configuring" >&2
+(cd "$src" && patch -p1 --forward --quiet <"$here/oru-version.patch" >&2)
+
+components=(
+  --enable-protocol=file,http,https,tcp,tls,pipe
+  --enable-demuxer=mp3,aac,mov,flac,ogg,wav,matroska
+  --enable-demuxer='pcm_*'
+  --enable-decoder=mp3,mp3float,aac,aac_fixed,aac_latm,flac,alac,vorbis,opus
+  --enable-decoder='pcm_*'
+  --enable-parser=mpegaudio,aac,aac_latm,flac,vorbis,opus
+)
+
+(
+  cd "$src"
+  ./configure \
+    --prefix="$prefix" \
+    --build-suffix=_oru \
+    --extra-version=oru \
+    --enable-shared --disable-static \
+    --enable-pic \
+    --disable-autodetect \
+    --enable-gnutls --enable-zlib \
+    --disable-programs --disable-doc \
+    --disable-avdevice --disable-avfilter --disable-swscale --disable-postproc \
+    --disable-everything \
+    "${components[@]}" \
+    ${ORUPLAY_FFMPEG_CONFIGURE_FLAGS:-} >"$work/configure.log" 2>&1 \
+    || { tail -n 40 "$work/configure.log" >&2; exit 1; }
+  # Each library finds its siblings in its own folder, wherever the prefix is installed.
+  # The value is expanded twice by make, then seen by the shell, hence the quoting.
+  sed -i "s|^LDSOFLAGS=.*|LDSOFLAGS=-Wl,-rpath,'\$\$\$\$ORIGIN'|" ffbuild/config.mak
+  echo "ffmpeg: building with $jobs jobs" >&2
+  make -j"$jobs" >"$work/build.log" 2>&1 || { tail -n 40 "$work/build.log" >&2; exit 1; }
+  make install >>"$work/build.log" 2>&1 || { tail -n 40 "$work/build.log" >&2; exit 1; }
+)
+
+rm -rf "$work"
+touch "$prefix/.complete"
+echo "$prefix"
