@@ -1,0 +1,39 @@
+# Provides the imported target oru::ffmpeg for the project's own FFmpeg build and sets
+# ORUPLAY_FFMPEG_PREFIX to where it lives.
+#
+# By default the build is made (once per source version and patch) by
+# third_party/ffmpeg/build.sh under ORUPLAY_FFMPEG_ROOT, which all presets share. A cross build
+# or a packager that has built it already sets ORUPLAY_FFMPEG_PREFIX instead.
+
+set(ORUPLAY_FFMPEG_ROOT "${PROJECT_SOURCE_DIR}/build/ffmpeg"
+    CACHE PATH "Folder under which third_party/ffmpeg/build.sh keeps its FFmpeg builds")
+set(ORUPLAY_FFMPEG_PREFIX "" CACHE PATH "Prefix of an already built patched FFmpeg (optional)")
+
+set(_oru_ffmpeg_prefix "${ORUPLAY_FFMPEG_PREFIX}")
+if(NOT _oru_ffmpeg_prefix)
+  message(STATUS "Patched FFmpeg: making sure it is built (the first time takes a few minutes)")
+  execute_process(
+    COMMAND bash "${PROJECT_SOURCE_DIR}/third_party/ffmpeg/build.sh" "${ORUPLAY_FFMPEG_ROOT}"
+    OUTPUT_VARIABLE _oru_ffmpeg_out
+    RESULT_VARIABLE _oru_ffmpeg_result
+    OUTPUT_STRIP_TRAILING_WHITESPACE)
+  if(NOT _oru_ffmpeg_result EQUAL 0)
+    message(FATAL_ERROR "Building the patched FFmpeg failed (see the lines above)")
+  endif()
+  string(REGEX MATCH "[^\n]+$" _oru_ffmpeg_prefix "${_oru_ffmpeg_out}")
+endif()
+message(STATUS "Patched FFmpeg: ${_oru_ffmpeg_prefix}")
+
+find_package(PkgConfig REQUIRED)
+# Only the project's prefix is searched, so a stock FFmpeg on the machine is never picked up.
+set(_oru_saved_pkg_config_path "$ENV{PKG_CONFIG_PATH}")
+set(_oru_saved_pkg_config_libdir "$ENV{PKG_CONFIG_LIBDIR}")
+set(ENV{PKG_CONFIG_PATH} "")
+set(ENV{PKG_CONFIG_LIBDIR} "${_oru_ffmpeg_prefix}/lib/pkgconfig")
+pkg_check_modules(ORU_FFMPEG REQUIRED IMPORTED_TARGET GLOBAL
+                  libavformat_oru libavcodec_oru libavutil_oru libswresample_oru)
+set(ENV{PKG_CONFIG_PATH} "${_oru_saved_pkg_config_path}")
+set(ENV{PKG_CONFIG_LIBDIR} "${_oru_saved_pkg_config_libdir}")
+
+add_library(oru::ffmpeg ALIAS PkgConfig::ORU_FFMPEG)
+set(ORUPLAY_FFMPEG_LIBDIR "${_oru_ffmpeg_prefix}/lib")

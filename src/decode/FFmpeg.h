@@ -1,0 +1,17 @@
+// The one place where the engine includes FFmpeg's headers. FFmpeg 5.1 still carries calls
+// the engine uses (the old channel-layout fields, av_init_packet, swr_alloc_set_opts) but marks
+// them deprecated; the warnings are silenced here only.
+#pragma once
+
+#if defined(__GNUC__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+#endif
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/opt.h>
+}
+#if defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif

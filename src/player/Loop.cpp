@@ -1,0 +1,84 @@
+#include "player/Loop.h"
+
+#include <pthread.h>
+
+#include <utility>
+
+namespace oru {
+
+Loop::~Loop() { mThread.detach(); }
+
+void Loop::run() {
+  {
+    boost::lock_guard<boost::mutex> lock(mMutex);
+    mRunning = true;
+  }
+  mThread = boost::thread([this] { threadFunc(); });
+}
+
+void Loop::enqueue(std::function<void()>&& closure) {
+  {
+    boost::lock_guard<boost::mutex> lock(mMutex);
+    mQueue.push_back(std::move(closure));
+  }
+  mCondition.notify_all();
+}
+
+void Loop::post(std::function<void()> const& closure) { enqueue(std::function<void()>(closure)); }
+
+void Loop::post(std::function<void()>& closure) {
+  enqueue(std::move(closure));
+  closure = nullptr;
+}
+
+bool Loop::isLoopThread() {
+  return pthread_equal(pthread_self(), mLoopThreadId.load(std::memory_order_acquire)) != 0;
+}
+
+void Loop::execOrPost(std::function<void()> const& closure) {
+  if (isLoopThread()) {
+    closure();
+  } else {
+    post(closure);
+  }
+}
+
+void Loop::execOrPost(std::function<void()>& closure) {
+  if (isLoopThread()) {
+    closure();
+  } else {
+    post(closure);
+  }
+}
+
+void Loop::stop() {
+  post([this] { stopInternal(); });
+  mThread.join();
+}
+
+void Loop::stopInternal() {
+  boost::lock_guard<boost::mutex> lock(mMutex);
+  mRunning = false;
+}
+
+void Loop::threadFunc() {
+  mLoopThreadId.store(pthread_self(), std::memory_order_release);
+  for (;;) {
+    std::function<void()> closure;
+    {
+      boost::unique_lock<boost::mutex> lock(mMutex);
+      while (mQueue.empty()) {
+        mCondition.wait(lock);
+      }
+      closure = std::move(mQueue.front());
+      mQueue.pop_front();
+    }
+    closure();
+    boost::lock_guard<boost::mutex> lock(mMutex);
+    if (!mRunning) {
+      return;
+    }
+  }
+}
+
+}  // namespace oru
