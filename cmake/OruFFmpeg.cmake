@@ -11,6 +11,10 @@ set(ORUPLAY_FFMPEG_PREFIX "" CACHE PATH "Prefix of an already built patched FFmp
 
 set(_oru_ffmpeg_prefix "${ORUPLAY_FFMPEG_PREFIX}")
 if(NOT _oru_ffmpeg_prefix)
+  # A change to the script or the patch makes a new build: configure again when they change.
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
+    "${PROJECT_SOURCE_DIR}/third_party/ffmpeg/build.sh"
+    "${PROJECT_SOURCE_DIR}/third_party/ffmpeg/oru-version.patch")
   message(STATUS "Patched FFmpeg: making sure it is built (the first time takes a few minutes)")
   execute_process(
     COMMAND bash "${PROJECT_SOURCE_DIR}/third_party/ffmpeg/build.sh" "${ORUPLAY_FFMPEG_ROOT}"
@@ -25,6 +29,18 @@ endif()
 message(STATUS "Patched FFmpeg: ${_oru_ffmpeg_prefix}")
 
 find_package(PkgConfig REQUIRED)
+# pkg_check_modules keeps its answer, library paths included, in the cache: when they point
+# into another prefix (an older build), look them up anew.
+string(FIND "${pkgcfg_lib_ORU_FFMPEG_avformat_oru}" "${_oru_ffmpeg_prefix}/" _oru_cached_at)
+if(DEFINED pkgcfg_lib_ORU_FFMPEG_avformat_oru AND NOT _oru_cached_at EQUAL 0)
+  unset(__pkg_config_checked_ORU_FFMPEG CACHE)
+  get_cmake_property(_oru_cache_variables CACHE_VARIABLES)
+  foreach(_oru_variable IN LISTS _oru_cache_variables)
+    if(_oru_variable MATCHES "^pkgcfg_lib_ORU_FFMPEG_")
+      unset(${_oru_variable} CACHE)
+    endif()
+  endforeach()
+endif()
 # Only the project's prefix is searched, so a stock FFmpeg on the machine is never picked up.
 set(_oru_saved_pkg_config_path "$ENV{PKG_CONFIG_PATH}")
 set(_oru_saved_pkg_config_libdir "$ENV{PKG_CONFIG_LIBDIR}")

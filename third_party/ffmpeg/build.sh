@@ -24,7 +24,8 @@ as_root() {
 # apt-get source needs deb-src entries. When the machine has none, add them for the same
 # URIs and suites as its own deb entries, in one file of ours.
 ensure_deb_src() {
-  apt-cache showsrc ffmpeg 2>/dev/null | grep -q '^Version:' && return 0
+  # grep reads everything (no -q): under pipefail an early exit would fail the pipeline.
+  apt-cache showsrc ffmpeg 2>/dev/null | grep '^Version:' >/dev/null && return 0
   local list=/etc/apt/sources.list.d/oruplay-deb-src.list tmp
   tmp=$(mktemp)
   {
@@ -124,4 +125,6 @@ components=(
 
 rm -rf "$work"
 touch "$prefix/.complete"
+# Builds of an older source version, script or patch are not used any more.
+find "$root" -mindepth 1 -maxdepth 1 -type d -name 'ffmpeg-*' ! -path "$prefix" -exec rm -rf {} +
 echo "$prefix"
