@@ -78,10 +78,13 @@ class PlaybackDelegate {
 
   virtual void stop(StopBehavior behavior) = 0;
 
-  // Queues `*frames` frames read from `data`, to be presented at `timestamp` on the local
-  // clock (ns), or as soon as possible when `timestamp` is 0; sets `*frames` to the number of
-  // frames taken. A call with timestamp 0, null data and a count of 0 signals an underrun.
-  virtual void write(long long timestamp, void const* data, unsigned* frames) = 0;
+  // Queues `*frames` frames read from `data`, to be presented at `timestamp` (ns, on the
+  // timeline of the player's TimestampMode; 0 for as soon as possible) and sets `*frames` to
+  // the number of frames taken. May block while the device is full. Returns 0 on success.
+  // A call with timestamp 0, null data and a count of 0 signals an underrun: the source is
+  // starving. The engine asks for data again as soon as it returns, so an implementation
+  // should wait there until it could take data (at most one period).
+  virtual int write(long long timestamp, void const* data, unsigned* frames) = 0;
 
   // Frames presented since start; negative when not known at the moment.
   virtual long long getPlayedFrames() = 0;

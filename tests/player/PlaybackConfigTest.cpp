@@ -14,7 +14,7 @@ class FixedCapabilitiesDevice : public PlaybackDelegate {
  public:
   int start(AudioFormat, int) override { return 0; }
   void stop(StopBehavior) override {}
-  void write(long long, void const*, unsigned*) override {}
+  int write(long long, void const*, unsigned*) override { return 0; }
   long long getPlayedFrames() override { return 0; }
   PlaybackCapabilities getPlaybackConfig() override {
     ++calls;
