@@ -1,0 +1,51 @@
+#pragma once
+
+#include <oru/Decoder.h>
+
+#include <condition_variable>
+#include <list>
+#include <mutex>
+
+namespace oru {
+
+// A fixed pool of reusable PcmBuffers and a FIFO of filled ones, between one track's decoding
+// thread (obtainBuffer, pushBuffer) and the render thread (size, pop, releaseBuffer).
+//
+// Owns every buffer it was made with; a buffer is in exactly one of the two lists or lent out
+// to one user at a time. Null entries are marks, not buffers: a pushed null ends the stream, a
+// released null wakes a producer blocked in obtainBuffer, which then returns null.
+//
+// The two lists have their own locks and no operation holds both. Any thread.
+class BufferQueue : public PcmBufferQueue {
+ public:
+  // Creates `count` buffers without storage, all in the pool.
+  explicit BufferQueue(unsigned int count);
+  // Frees the buffers in both lists; buffers lent out at that moment are not freed.
+  ~BufferQueue() override;
+
+  BufferQueue(BufferQueue const&) = delete;
+  BufferQueue& operator=(BufferQueue const&) = delete;
+
+  // Waits (without time-out) for a pool entry and takes the front one. Storage smaller than
+  // `size` is replaced by exactly `size` bytes; larger storage is kept as it is.
+  PcmBuffer* obtainBuffer(unsigned int size) override;
+  void pushBuffer(PcmBuffer* buffer) override;
+  void releaseBuffer(PcmBuffer* buffer) override;
+
+  // Waits (without time-out) for a filled entry and removes the front one, which may be the
+  // null end mark. Call it after size() has shown an entry.
+  PcmBuffer* pop();
+  // Entries in the filled queue, null marks included.
+  size_t size();
+
+ private:
+  std::mutex mFilledMutex;  // guards mFilled
+  std::condition_variable mFilledChanged;
+  std::list<PcmBuffer*> mFilled;
+
+  std::mutex mPoolMutex;  // guards mPool
+  std::condition_variable mPoolChanged;
+  std::list<PcmBuffer*> mPool;
+};
+
+}  // namespace oru
