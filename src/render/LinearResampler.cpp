@@ -1,0 +1,152 @@
+#include "render/LinearResampler.h"
+
+#include <oru/Log.h>
+
+#include <cmath>
+#include <limits>
+
+namespace oru {
+namespace {
+
+constexpr char kTag[] = "Resampler";
+
+// Truncates toward zero into 32 bits, saturating at the limits (and mapping NaN to 0) so that
+// no value leads to an undefined conversion.
+int32_t truncateToInt32(double value) {
+  if (std::isnan(value)) {
+    return 0;
+  }
+  if (value >= static_cast<double>(std::numeric_limits<int32_t>::max())) {
+    return std::numeric_limits<int32_t>::max();
+  }
+  if (value <= static_cast<double>(std::numeric_limits<int32_t>::min())) {
+    return std::numeric_limits<int32_t>::min();
+  }
+  return static_cast<int32_t>(value);
+}
+
+// previous + (current - previous) x position, with each format's own arithmetic.
+int16_t interpolate(int16_t previous, int16_t current, double position) {
+  int32_t const difference = int32_t{current} - int32_t{previous};
+  int32_t const value = truncateToInt32(previous + difference * position);
+  return static_cast<int16_t>(static_cast<uint16_t>(static_cast<uint32_t>(value) & 0xFFFFu));
+}
+
+int32_t interpolate(int32_t previous, int32_t current, double position) {
+  // The difference wraps on overflow, as the device's own resampler does.
+  auto const difference =
+      static_cast<int32_t>(static_cast<uint32_t>(current) - static_cast<uint32_t>(previous));
+  return truncateToInt32(previous + difference * position);
+}
+
+float interpolate(float previous, float current, double position) {
+  float const difference = current - previous;
+  return static_cast<float>(previous + difference * position);
+}
+
+}  // namespace
+
+std::unique_ptr<LinearResampler> LinearResampler::create(AudioFormat format, int channels, int rate,
+                                                         unsigned long long timeBase) {
+  if (format != PCM_S16 && format != PCM_S32 && format != PCM_FLOAT) {
+    LogMessage(LOG_WARNING, kTag) << "Drift correction disabled: Unsupported format "
+                                  << static_cast<int>(format);
+    return nullptr;
+  }
+  if (channels <= 0) {
+    LogMessage(LOG_WARNING, kTag) << "Drift correction disabled: Unsupported channel count "
+                                  << channels;
+    return nullptr;
+  }
+  if (rate <= 0) {
+    LogMessage(LOG_WARNING, kTag) << "Drift correction disabled: Unsupported rate " << rate;
+    return nullptr;
+  }
+  return std::make_unique<LinearResampler>(format, channels, rate, timeBase);
+}
+
+LinearResampler::LinearResampler(AudioFormat format, int channels, int rate,
+                                 unsigned long long timeBase)
+    : mFormat(format), mChannels(channels), mRate(rate), mTimeBase(static_cast<int32_t>(timeBase)) {
+  init(0.0, 0.0);
+}
+
+void LinearResampler::init(double driftPpm, double correctionPpm) {
+  mSkipNext = false;
+  mPosition = 1.0;
+  mStep = (driftPpm + correctionPpm) / 1000000.0;
+  auto const channels = static_cast<size_t>(mChannels);
+  switch (mFormat) {
+    case PCM_S16:
+      mPreviousS16.resize(channels, 0);
+      break;
+    case PCM_S32:
+      mPreviousS32.resize(channels, 0);
+      break;
+    case PCM_FLOAT:
+      mPreviousFloat.resize(channels, 0.0f);
+      break;
+  }
+  LogMessage(LOG_INFO, kTag) << "init drift: " << driftPpm << " " << correctionPpm
+                             << " step: " << mStep;
+  mFramesProduced = 0;
+  mTimeShiftPerFrame = -(correctionPpm * mTimeBase / mRate) / 1000000.0;
+}
+
+void LinearResampler::resample(unsigned int& inFrames, void const* in, unsigned int& outFrames,
+                               void* out) {
+  switch (mFormat) {
+    case PCM_S16:
+      resampleFrames(mPreviousS16, inFrames, static_cast<int16_t const*>(in), outFrames,
+                     static_cast<int16_t*>(out));
+      return;
+    case PCM_S32:
+      resampleFrames(mPreviousS32, inFrames, static_cast<int32_t const*>(in), outFrames,
+                     static_cast<int32_t*>(out));
+      return;
+    case PCM_FLOAT:
+      resampleFrames(mPreviousFloat, inFrames, static_cast<float const*>(in), outFrames,
+                     static_cast<float*>(out));
+      return;
+  }
+  inFrames = 0;
+  outFrames = 0;
+}
+
+template <typename Sample>
+void LinearResampler::resampleFrames(std::vector<Sample>& previous, unsigned int& inFrames,
+                                     Sample const* in, unsigned int& outFrames, Sample* out) {
+  auto const channels = static_cast<size_t>(mChannels);
+  unsigned int i = 0;
+  unsigned int o = 0;
+  while (i < inFrames && o < outFrames) {
+    Sample const* input = in + i * channels;
+    if (mSkipNext) {
+      mSkipNext = false;
+      previous.assign(input, input + channels);
+      ++i;
+      continue;
+    }
+    Sample* output = out + o * channels;
+    for (size_t c = 0; c < channels; ++c) {
+      output[c] = interpolate(previous[c], input[c], mPosition);
+    }
+    ++o;
+    mPosition += mStep;
+    if (mPosition > 1.0) {
+      mPosition -= 1.0;
+      mSkipNext = true;
+    } else if (mPosition < 0.0) {
+      mPosition += 1.0;
+      continue;  // input frame i is used again
+    } else {
+      previous.assign(input, input + channels);
+    }
+    ++i;
+  }
+  inFrames = i;
+  outFrames = o;
+  mFramesProduced += o;
+}
+
+}  // namespace oru
