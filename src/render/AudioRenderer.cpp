@@ -1,0 +1,342 @@
+#include "render/AudioRenderer.h"
+
+#include <oru/Log.h>
+
+#include <unistd.h>
+
+#include <cmath>
+#include <limits>
+
+namespace oru {
+namespace {
+
+constexpr char kTag[] = "AudioRenderer";
+constexpr int64_t kNsPerSecond = 1000000000;
+// A buffer whose local time misses the prediction by more than this re-initialises drift
+// correction with fresh rates from the clock.
+constexpr uint64_t kMaxPredictionMissNs = 4000000;
+// The resampler may produce a few frames more than it consumes.
+constexpr unsigned int kResamplingHeadroomFrames = 4;
+constexpr useconds_t kPollIntervalUs = 1000;
+
+uint64_t absoluteDifference(int64_t a, int64_t b) {
+  // Computed in unsigned arithmetic so that far-apart values cannot overflow.
+  return a > b ? static_cast<uint64_t>(a) - static_cast<uint64_t>(b)
+               : static_cast<uint64_t>(b) - static_cast<uint64_t>(a);
+}
+
+// Truncates toward zero; values beyond the 64-bit range (or NaN) count as no shift at all.
+int64_t truncateToInt64(double value) {
+  if (!(std::fabs(value) < 9.2e18)) {
+    return 0;
+  }
+  return static_cast<int64_t>(value);
+}
+
+}  // namespace
+
+AudioRenderer::AudioRenderer(PlaybackDelegate* hw, AudioPlayer::CommonTimeDelegate* commonTime,
+                             AudioPlayer::TimestampMode mode)
+    : mHW(hw), mCommonTime(commonTime), mMode(mode), mThread([this] { renderThread(); }) {}
+
+AudioRenderer::~AudioRenderer() {
+  {
+    boost::lock_guard<boost::mutex> lock(mMutex);
+    mRunning = false;
+  }
+  mCondition.notify_one();
+  mThread.join();
+}
+
+void AudioRenderer::render(std::shared_ptr<AudioTrack> track) {
+  {
+    boost::lock_guard<boost::mutex> lock(mMutex);
+    mCurrentTrack = std::move(track);
+    ++mRenderCount;
+  }
+  mCondition.notify_one();
+}
+
+void AudioRenderer::renderThread() {
+  clearState();
+  std::shared_ptr<AudioTrack> track;  // the track this pass works on
+  uint64_t trackRenderCount = 0;      // mRenderCount when it was taken
+  for (;;) {
+    {
+      boost::unique_lock<boost::mutex> lock(mMutex);
+      if (!track) {
+        while (mRunning && !mCurrentTrack) {
+          mCondition.wait(lock);
+          LogMessage(LOG_DETAIL, kTag) << "renderThread: after wait";
+        }
+      }
+      track = mCurrentTrack;
+      trackRenderCount = mRenderCount;
+      if (!mRunning) {
+        lock.unlock();
+        hwStop(STOP_FLUSH);
+        return;
+      }
+    }
+    if (!track) {
+      hwStop(STOP_DRAIN);
+      continue;
+    }
+
+    bool dropTrack = false;
+    PcmBuffer* buffer = nullptr;
+    switch (track->getNextBuffer(&buffer)) {
+      case AudioTrack::Buffering:
+        usleep(kPollIntervalUs);
+        break;
+      case AudioTrack::FormatChanged:
+        mResampler =
+            LinearResampler::create(buffer->format, buffer->channels, buffer->rate, kNsPerSecond);
+        hwStop(STOP_DRAIN);
+        [[fallthrough]];
+      case AudioTrack::Playing: {
+        int const result = renderBuffer(track.get(), buffer);
+        if (result == 0) {
+          updatePosition(track.get());
+        }
+        track->releaseBuffer(buffer);
+        if (result != 0) {
+          track->onRenderError(result);
+          dropTrack = true;
+        }
+        break;
+      }
+      case AudioTrack::Paused:
+      case AudioTrack::PausedTransient:
+        hwPause();
+        dropTrack = true;
+        break;
+      case AudioTrack::Underrun:
+        updatePosition(track.get());
+        hwUnderrun();
+        break;
+      case AudioTrack::Finished:
+        hwStop(STOP_DRAIN);
+        dropTrack = checkDrained(track.get());
+        break;
+      default:
+        hwStop(STOP_FLUSH);
+        dropTrack = true;
+        break;
+    }
+
+    if (dropTrack) {
+      boost::lock_guard<boost::mutex> lock(mMutex);
+      if (mCurrentTrack == track && mRenderCount == trackRenderCount) {
+        mCurrentTrack.reset();
+      }
+      track.reset();
+    }
+  }
+}
+
+int AudioRenderer::renderBuffer(AudioTrack* track, PcmBuffer const* buffer) {
+  if (mHwState != kStarted) {
+    int const result = hwStart(buffer->pts, buffer->format, buffer->channels, buffer->rate);
+    if (result != 0) {
+      return result;
+    }
+  }
+  unsigned int frames = mFrameBytes > 0 ? buffer->size / static_cast<unsigned>(mFrameBytes) : 0;
+  void const* data = buffer->data;
+  int64_t time = buffer->pts;
+  if (mMode == AudioPlayer::TIMESTAMP_COMMON) {
+    int const result = convertToLocalTime(buffer, &time, &frames, &data);
+    if (result != 0) {
+      return result;
+    }
+  }
+
+  for (;;) {
+    unsigned int written = frames;
+    int const result = hwWrite(time, &written, data);
+    if (result != 0) {
+      LogMessage(LOG_ERROR, kTag) << "Write error: " << result;
+      return result;
+    }
+    mFramesWritten += written;
+    if (written >= frames) {
+      return 0;
+    }
+    // The device took part of the buffer. Offer the rest again at once (write blocks while
+    // the device is full) unless the track was replaced or the renderer is stopping.
+    if (!isCurrentTrack(track)) {
+      return 0;
+    }
+    if (written > 0) {
+      frames -= written;
+      data = static_cast<uint8_t const*>(data) + static_cast<size_t>(written) * mFrameBytes;
+      time += framesToNs(written);
+    }
+  }
+}
+
+int AudioRenderer::convertToLocalTime(PcmBuffer const* buffer, int64_t* time, unsigned int* frames,
+                                      void const** data) {
+  long long local = 0;
+  int const result = mCommonTime->commonToLocal(buffer->pts, &local);
+  if (result != 0) {
+    LogMessage(LOG_ERROR, kTag) << "commonToLocal failed: " << result;
+    return result;
+  }
+  unsigned int const inputFrames = *frames;
+  if (mResampler) {
+    local += truncateToInt64(mResampler->timeShift());
+    if (absoluteDifference(mNextLocalTime, local) > kMaxPredictionMissNs) {
+      double const drift = mCommonTime->getDriftPpm();
+      mResampler->init(drift, mCommonTime->getCorrectionPpm());
+    }
+    mNextLocalTime = local + framesToNs(inputFrames);
+    if (mResampler->needResample()) {
+      unsigned int consumed = inputFrames;
+      unsigned int produced = inputFrames + kResamplingHeadroomFrames;
+      reallocResamplingBuffer(static_cast<size_t>(mFrameBytes) * produced);
+      mResampler->resample(consumed, *data, produced, mResamplingBuffer.data());
+      if (produced > 0) {
+        *frames = produced;
+        *data = mResamplingBuffer.data();
+      }
+    }
+  } else {
+    mNextLocalTime = local + framesToNs(inputFrames);
+  }
+  *time = local;
+  return 0;
+}
+
+bool AudioRenderer::isCurrentTrack(AudioTrack* track) {
+  boost::lock_guard<boost::mutex> lock(mMutex);
+  return mRunning && mCurrentTrack.get() == track;
+}
+
+void AudioRenderer::updatePosition(AudioTrack* track) {
+  int64_t played = mHW->getPlayedFrames();
+  if (played < 0) {
+    played = mFramesWritten;
+  }
+  reportPlayedFrames(track, played);
+}
+
+void AudioRenderer::reportPlayedFrames(AudioTrack* track, int64_t played) {
+  // Before the device was ever started there is no rate and no position to report.
+  if (mRate <= 0) {
+    return;
+  }
+  track->updatePosition(mStartTime + framesToNs(played));
+}
+
+bool AudioRenderer::checkDrained(AudioTrack* track) {
+  if (mHwState != kDraining) {
+    return true;
+  }
+  int64_t const played = mHW->getPlayedFrames();
+  if (played >= 0) {
+    reportPlayedFrames(track, played);
+    if (played < mFramesWritten) {
+      usleep(kPollIntervalUs);
+      return false;
+    }
+    LogMessage(LOG_INFO, kTag) << "written " << mFramesWritten << " frames, played " << played
+                               << " frames";
+  }
+  LogMessage(LOG_INFO, kTag) << "finished";
+  track->onRenderFinished();
+  clearState();
+  return true;
+}
+
+void AudioRenderer::clearState() {
+  mHwState = kStopped;
+  mStartTime = 0;
+  mFramesWritten = 0;
+  mNextLocalTime = std::numeric_limits<int64_t>::max();
+  mRate = 0;
+  mFrameBytes = 0;
+  mChannels = 0;
+}
+
+int AudioRenderer::hwStart(int64_t time, AudioFormat format, int channels, int rate) {
+  if (mHwState == kStarted) {
+    return 0;
+  }
+  int const result = mHW->start(format, channels);
+  if (result != 0) {
+    LogMessage(LOG_ERROR, kTag) << "mHW->start() failed: " << result;
+    return result;
+  }
+  mChannels = channels;
+  mRate = rate;
+  mFrameBytes = bytesPerSample(format) * channels;
+  mFramesWritten = 0;
+  mStartTime = time;
+  mHwState = kStarted;
+  return 0;
+}
+
+void AudioRenderer::hwStop(StopBehavior behavior) {
+  switch (mHwState) {
+    case kStopped:
+      return;
+    case kPaused:
+      // A paused device keeps data that will never play: discard it, whatever was asked.
+      mHW->stop(STOP_FLUSH);
+      clearState();
+      return;
+    case kStarted:
+    case kDraining:
+      if (behavior == STOP_DRAIN) {
+        if (mHwState == kStarted) {
+          mHW->stop(STOP_DRAIN);
+          mHwState = kDraining;
+        }
+      } else if (behavior == STOP_FLUSH) {
+        mHW->stop(STOP_FLUSH);
+        clearState();
+      }
+      return;
+  }
+}
+
+void AudioRenderer::hwPause() {
+  if (mHwState != kStarted) {
+    return;
+  }
+  if (mMode == AudioPlayer::TIMESTAMP_STREAM) {
+    // The device keeps its data; the next buffer starts it again from there.
+    mHW->stop(STOP_PAUSE);
+    mHwState = kPaused;
+  } else {
+    // Time stamps are absolute: the next buffer restarts the device at its own time.
+    mHW->stop(STOP_DRAIN);
+    mHwState = kStopped;
+  }
+}
+
+int AudioRenderer::hwWrite(int64_t time, unsigned int* frames, void const* data) {
+  return mHW->write(time, data, frames);
+}
+
+void AudioRenderer::hwUnderrun() {
+  if (mHwState != kStarted) {
+    return;
+  }
+  unsigned int frames = 0;
+  mHW->write(0, nullptr, &frames);
+}
+
+void AudioRenderer::reallocResamplingBuffer(size_t bytes) {
+  if (mResamplingBuffer.size() < bytes) {
+    mResamplingBuffer.resize(bytes, 0);
+  }
+}
+
+int64_t AudioRenderer::framesToNs(int64_t frames) const {
+  return mRate > 0 ? frames * kNsPerSecond / mRate : 0;
+}
+
+}  // namespace oru
