@@ -1,26 +1,118 @@
 #pragma once
 
-struct AVClass;
+#include "decode/FFmpeg.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
 
 namespace oru {
 
-// The engine's facade over FFmpeg: every FFmpeg call of the decoding pipeline goes through
-// it. Stateless; its operations are non-virtual so that a test double can be linked in its
-// place. Any thread.
+// Deleters that let FFmpeg objects live in owning pointers. Each ignores a null pointer.
+struct AVCodecContextDeleter {
+  void operator()(AVCodecContext* context) const;
+};
+// Also releases a custom I/O context and its buffer attached to the format context: nothing
+// else frees them.
+struct AVFormatContextDeleter {
+  void operator()(AVFormatContext* context) const;
+};
+struct AVFrameDeleter {
+  void operator()(AVFrame* frame) const;
+};
+struct SwrContextDeleter {
+  void operator()(SwrContext* context) const;
+};
+
+using AVCodecContextHandle = std::unique_ptr<AVCodecContext, AVCodecContextDeleter>;
+using AVFormatContextHandle = std::unique_ptr<AVFormatContext, AVFormatContextDeleter>;
+using AVFrameHandle = std::unique_ptr<AVFrame, AVFrameDeleter>;
+using SwrContextHandle = std::unique_ptr<SwrContext, SwrContextDeleter>;
+
+// Frees a custom I/O context and the buffer it currently uses (FFmpeg may have replaced the
+// one it was created with).
+void freeCustomIOContext(AVIOContext* io);
+
+// The engine's facade over FFmpeg: every FFmpeg call of the decoding pipeline goes through it,
+// so that a test double can be linked in its place. Stateless; one instance is shared by a
+// track, its demuxer, its decoder and the decoder's converter. Any thread.
+//
+// Each operation forwards to the FFmpeg call of the same role with its arguments unchanged and
+// returns FFmpeg's own result; where a handle is passed, the raw pointer it holds is used.
 class AVWrapper {
  public:
+  void registerAll() const;  // network initialisation, once per decoding thread
+  AVFormatContext* formatAllocContext() const;
+  int formatOpenInput(AVFormatContext** context, char const* url, AVInputFormat const* format,
+                      AVDictionary** options) const;
+  int formatFindStreamInfo(AVFormatContextHandle const& context, AVDictionary** options) const;
+  void dumpFormat(AVFormatContextHandle const& context, int index, char const* url) const;
+  int findBestStream(AVFormatContextHandle const& context, AVMediaType type) const;
+  std::string getName(AVCodecID id) const;
+  AVIOContext* avioAllocContext(unsigned char* buffer, int size, int writeFlag, void* opaque,
+                                int (*read)(void*, uint8_t*, int),
+                                int (*write)(void*, uint8_t*, int),
+                                int64_t (*seek)(void*, int64_t, int)) const;
+  AVFrameHandle frameAlloc() const;
+  int readFrame(AVFormatContextHandle const& context, AVPacket* packet) const;
+  int seekFrame(AVFormatContextHandle const& context, int streamIndex, int64_t timestamp,
+                int flags) const;
+  int frameGetBuffer(AVFrameHandle const& frame, int align) const;
+  void* malloc(size_t size) const;
+  int getBytesPerSample(AVSampleFormat format) const;
+  // FFmpeg's default layout for `count` channels; 185871 for 10 channels, which FFmpeg's
+  // table lacks; 0 for any other count without a default.
+  int64_t channelCountToLayout(int count) const;
+  std::string getSampleFormatName(AVSampleFormat format) const;
+  void initPacket(AVPacket* packet) const;
+  void packetUnref(AVPacket* packet) const;
+  void dictFree(AVDictionary** dictionary) const;
+  int dictSet(AVDictionary** dictionary, std::string const& key, std::string const& value,
+              int flags) const;
+  int dictSetInt(AVDictionary** dictionary, std::string const& key, int32_t value, int flags) const;
+  int optSetInt(void* object, char const* name, int32_t value, int searchFlags) const;
+  // The first registered demuxer whose MIME type list starts with the first `length`
+  // characters of `mime`, or null. Always returns 0.
+  int findFmtByMimeType(AVInputFormat const** format, char const* mime, size_t length) const;
+  AVDictionaryEntry* dictGet(AVDictionary const* dictionary, char const* key,
+                             AVDictionaryEntry const* previous, int flags) const;
+  int64_t rescale(int64_t a, int64_t b, int64_t c) const;
+  int64_t rescaleQ(int64_t a, AVRational from, AVRational to) const;
+  int64_t rescaleRnd(int64_t a, int64_t b, int64_t c, AVRounding rounding) const;
+  AVCodecContext* codecAllocContext(AVCodec const* codec) const;
+  AVCodec const* codecFindDecoder(AVCodecID id) const;
+  AVCodec const* codecFindDecoder(std::string const& name) const;
+  void codecFlushBuffers(AVCodecContextHandle const& context) const;
+  int codecOpen(AVCodecContextHandle const& context, AVCodec const* codec,
+                AVDictionary** options) const;
+  int codecParametersToContext(AVCodecContextHandle const& context,
+                               AVCodecParameters const* parameters) const;
+  int codecReceiveFrame(AVCodecContextHandle const& context, AVFrameHandle const& frame) const;
+  // A null packet starts draining the decoder.
+  int codecSendPacket(AVCodecContextHandle const& context, AVPacket const* packet) const;
+  // Sets the packet time base of the codec context.
+  void codecSetTimebase(AVCodecContextHandle const& context, AVRational timebase) const;
+  SwrContextHandle swrAllocSetOpts(SwrContextHandle existing, int64_t outLayout,
+                                   AVSampleFormat outFormat, int outRate, int64_t inLayout,
+                                   AVSampleFormat inFormat, int inRate) const;
+  int swrConvert(SwrContextHandle const& context, uint8_t** out, int outCount, uint8_t const** in,
+                 int inCount) const;
+  int64_t swrGetDelay(SwrContextHandle const& context, int64_t base) const;
+  int swrInit(SwrContextHandle const& context) const;
+  // FFmpeg's text for an error code; for a code FFmpeg rejects, its text for the negated code
+  // (so that a positive errno-style value still reads well).
+  std::string strerror(int errorCode) const;
+
   // The range of player protocol versions that the linked FFmpeg implements: the declared
   // minimum and maximum of the integer option "oru_version" on the format-context class and the
   // codec-context class. (-1, -1) when either class lacks the option or the two disagree.
   void getORUVersions(int* minVersion, int* maxVersion) const;
-
-  // The declared range of the first integer option named "oru_version" of `avClass`;
-  // (-1, -1) when there is none.
-  void findORUVersion(AVClass const* avClass, int* minVersion, int* maxVersion) const;
-
   // getORUVersions over the given classes instead of FFmpeg's own.
   void getORUVersions(AVClass const* formatClass, AVClass const* codecClass, int* minVersion,
                       int* maxVersion) const;
+  // The declared range of the first integer option named "oru_version" of `avClass`;
+  // (-1, -1) when there is none.
+  void findORUVersion(AVClass const* avClass, int* minVersion, int* maxVersion) const;
 };
 
 }  // namespace oru

@@ -1,4 +1,5 @@
-// The one place where the engine includes FFmpeg's headers. FFmpeg 5.1 still carries calls
+// The one place where the engine includes FFmpeg's headers; only the decoding pipeline and the
+// format converter include it. FFmpeg 5.1 still carries calls
 // the engine uses (the old channel-layout fields, av_init_packet, swr_alloc_set_opts) but marks
 // them deprecated; the warnings are silenced here only.
 #pragma once
@@ -10,7 +11,13 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libavutil/channel_layout.h>
+#include <libavutil/error.h>
+#include <libavutil/log.h>
+#include <libavutil/mathematics.h>
 #include <libavutil/opt.h>
+#include <libavutil/samplefmt.h>
+#include <libswresample/swresample.h>
 }
 #if defined(__GNUC__)
 #pragma GCC diagnostic pop
