@@ -1,5 +1,6 @@
-// What a host needs to write its own decoder: the PCM buffers decoded audio travels in and the
-// queue through which a decoder obtains and hands them on.
+// What a host needs to write its own decoder: the compressed packets it is given, the PCM
+// buffers decoded audio travels in, the queue through which it obtains and hands them on, and
+// the decoder interface itself. A host offers its decoders through DecoderDelegateFactory.
 #pragma once
 
 #include <oru/AudioPlayer.h>
@@ -47,6 +48,39 @@ class PcmBufferQueue {
 
   // Gives a buffer back to the pool unused.
   virtual void releaseBuffer(PcmBuffer* buffer) = 0;
+};
+
+// A compressed packet as the demuxer hands it out. The payload belongs to the packet's owner
+// and is valid only during DecoderDelegate::decode.
+class EncodedPacket {
+ public:
+  virtual ~EncodedPacket() = default;
+
+  int64_t timestampNs = -1;  // presentation time, ns; -1 when the container gave none
+  uint8_t const* data = nullptr;
+  int32_t size = 0;  // bytes at data
+};
+
+// What a decoder tells the track's decoding thread after each call.
+enum class DecodeStatus : int {
+  Stopped = 0,  // no buffer could be obtained (the track is stopping) or the decoder quit
+  Ok = 1,       // go on with the next packet
+  Error = 3,    // decoding failed: the track ends with an error
+};
+
+// Turns one track's packets into PCM. Created for a stream by DecoderDelegateFactory (or by
+// the engine, which decodes with FFmpeg) and called only on that track's decoding thread.
+// Buffers come from the queue's obtainBuffer and go to its pushBuffer; obtainBuffer returning
+// null means the track is stopping and the decoder should return Stopped.
+class DecoderDelegate {
+ public:
+  virtual ~DecoderDelegate() = default;
+
+  // End of the stream: pushes what the decoder still holds and resets it.
+  virtual DecodeStatus flushBuffers(PcmBufferQueue& queue) = 0;
+
+  // Decodes one packet and pushes every buffer it yields. A null packet drains the decoder.
+  virtual DecodeStatus decode(EncodedPacket* packet, PcmBufferQueue& queue) = 0;
 };
 
 }  // namespace oru

@@ -1,0 +1,244 @@
+#include "decode/AVDemuxer.h"
+
+#include <oru/Log.h>
+
+#include <cstdio>
+
+#if defined(__GNUC__)
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"  // av_init_packet
+#endif
+
+namespace oru {
+namespace {
+
+constexpr char kTag[] = "AVDemuxer";
+// Custom I/O reads the host's data callback in blocks of this size.
+constexpr int kCustomIOBufferSize = 8192;
+// Bounds how much must arrive before playback can begin.
+constexpr int kProbeSize = 65536;
+constexpr int64_t kNsPerSecond = 1000000000;
+
+}  // namespace
+
+std::unique_ptr<AVDemuxer> AVDemuxer::create(AudioPlayer::Resource const* resource,
+                                             std::atomic<bool> const& running,
+                                             std::shared_ptr<AVWrapper> wrapper, int version) {
+  std::unique_ptr<AVDemuxer> demuxer(new AVDemuxer(resource, running, std::move(wrapper), version));
+  if (!demuxer->open()) {
+    return nullptr;
+  }
+  return demuxer;
+}
+
+AVDemuxer::AVDemuxer(AudioPlayer::Resource const* resource, std::atomic<bool> const& running,
+                     std::shared_ptr<AVWrapper> wrapper, int version)
+    : mWrapper(std::move(wrapper)), mResource(resource), mVersion(version), mRunning(running) {}
+
+bool AVDemuxer::open() {
+  if (mResource == nullptr) {
+    LogMessage(LOG_ERROR, kTag) << this << ": No audio resource";
+    return false;
+  }
+  AVFormatContext* context = avformat_alloc_context();
+  if (context == nullptr) {
+    LogMessage(LOG_ERROR, kTag) << this << ": Failed to allocate AVFormatContext";
+    return false;
+  }
+  context->interrupt_callback.callback = &AVDemuxer::interruptCallback;
+  context->interrupt_callback.opaque = this;
+  context->probesize = kProbeSize;
+
+  // A custom I/O context survives a failed open (FFmpeg frees only the format context).
+  AVIOContext* customIO = nullptr;
+  if (mResource->newDataCallback != nullptr) {
+    LogMessage(LOG_INFO, kTag)
+        << this << ": newDataCallback set, playing from callback instead of downloading from URI.";
+    auto* buffer = static_cast<unsigned char*>(mWrapper->malloc(kCustomIOBufferSize));
+    customIO = buffer == nullptr ? nullptr
+                                 : mWrapper->avioAllocContext(
+                                       buffer, kCustomIOBufferSize, 0, mResource->callbackOpaque,
+                                       mResource->newDataCallback, nullptr, nullptr);
+    if (customIO == nullptr) {
+      LogMessage(LOG_ERROR, kTag) << "Failed to allocate AVIOContext";
+      av_free(buffer);
+      avformat_free_context(context);
+      return false;
+    }
+    customIO->max_packet_size = kCustomIOBufferSize;
+    context->pb = customIO;
+  }
+
+  // With a data callback there is no URL. Without one, an empty URI is passed as an empty
+  // string: FFmpeg dereferences a null URL when it has to open the input itself.
+  char const* url = customIO != nullptr ? nullptr : mResource->uri.c_str();
+  int result = openInput(&context, url, mResource->mimeType);
+  if (result < 0) {
+    LogMessage(LOG_ERROR, kTag) << this << ": Could not open or parse input: "
+                                << mWrapper->strerror(result);
+    freeCustomIOContext(customIO);
+    return false;
+  }
+  mFormatContext.reset(context);
+
+  result = mWrapper->optSetInt(mFormatContext.get(), "oru_version", mVersion, 0);
+  if (result < 0) {
+    LogMessage(LOG_ERROR, kTag) << this
+                                << ": Failed to set oru_version: " << mWrapper->strerror(result);
+    return false;
+  }
+  AVInputFormat const* format = mFormatContext->iformat;
+  if (format->mime_type != nullptr && std::string(format->mime_type) == "audio/L16") {
+    // Raw PCM: do not read ahead looking for a first time stamp.
+    mFormatContext->max_ts_probe = 1;
+  }
+
+  int const streamInfo = mWrapper->formatFindStreamInfo(mFormatContext, nullptr);
+  if (streamInfo < 0) {
+    LogMessage(LOG_ERROR, kTag) << this << ": Failed to find stream info: "
+                                << mWrapper->strerror(streamInfo);
+    return false;
+  }
+  mStreamIndex = mWrapper->findBestStream(mFormatContext, AVMEDIA_TYPE_AUDIO);
+  if (mStreamIndex < 0) {
+    // Reports the stream-info result, as the device's firmware always has.
+    LogMessage(LOG_ERROR, kTag) << this << ": Failed to find best sream: "
+                                << mWrapper->strerror(streamInfo);
+    return false;
+  }
+  AVStream* stream = getStream();
+  if (stream == nullptr || stream->codecpar == nullptr) {
+    LogMessage(LOG_ERROR, kTag) << this << ": no stream or no codec parameters";
+    return false;
+  }
+  mCodecName = mWrapper->getName(stream->codecpar->codec_id);
+  mUri = mResource->uri;
+  return true;
+}
+
+int AVDemuxer::openInput(AVFormatContext** context, char const* url, std::string const& mimeType) {
+  AVInputFormat const* format = nullptr;
+  AVDictionary* options = nullptr;
+  if (!mimeType.empty()) {
+    size_t const typeEnd = mimeType.find(';');
+    std::string const type = mimeType.substr(0, typeEnd);
+    mWrapper->findFmtByMimeType(&format, type.c_str(), type.size());
+    if (format != nullptr) {
+      LogMessage(LOG_INFO, kTag) << this << ": Found format " << format->name << " supporting "
+                                 << mimeType;
+      int rate = 0;
+      int channels = 0;
+      size_t position = typeEnd;
+      while (position != std::string::npos) {
+        size_t const next = mimeType.find(';', position + 1);
+        std::string const parameter = mimeType.substr(position + 1, next - position - 1);
+        // The leading blank of each pattern accepts any white space after the ';'.
+        if (rate == 0 && std::sscanf(parameter.c_str(), " rate=%d", &rate) != 1) {
+          rate = 0;
+        }
+        if (channels == 0 && std::sscanf(parameter.c_str(), " channels=%d", &channels) != 1) {
+          channels = 0;
+        }
+        position = next;
+      }
+      if (rate != 0) {
+        mWrapper->dictSetInt(&options, "sample_rate", rate, 0);
+      }
+      if (channels != 0) {
+        mWrapper->dictSetInt(&options, "channels", channels, 0);
+      }
+    }
+  }
+  int const result = mWrapper->formatOpenInput(context, url, format, &options);
+  mWrapper->dictFree(&options);
+  return result;
+}
+
+AVStream* AVDemuxer::getStream() const {
+  if (!mFormatContext || mStreamIndex < 0 ||
+      static_cast<unsigned>(mStreamIndex) >= mFormatContext->nb_streams) {
+    return nullptr;
+  }
+  return mFormatContext->streams[mStreamIndex];
+}
+
+int AVDemuxer::getDemuxedChunk(std::shared_ptr<EncodedPacket>& packet) {
+  if (!packet) {
+    auto created = std::make_shared<AVEncodedPacket>();
+    mWrapper->initPacket(&created->packet);
+    created->packet.data = nullptr;
+    created->packet.size = 0;
+    packet = created;
+  }
+  auto* chunk = dynamic_cast<AVEncodedPacket*>(packet.get());
+  if (chunk == nullptr) {
+    return 1;
+  }
+  chunk->packet.size = 0;
+  chunk->packet.pts = AV_NOPTS_VALUE;
+  if (mWrapper->readFrame(mFormatContext, &chunk->packet) < 0) {
+    return 1;
+  }
+  // Packets of streams 0 and 1 pass even when another stream is selected; a packet of any
+  // other unselected stream ends the data. Devices in the field rely on both.
+  auto const index = static_cast<unsigned>(chunk->packet.stream_index);
+  if (index != static_cast<unsigned>(mStreamIndex) && index > 1) {
+    return 1;
+  }
+  if (chunk->packet.pts == AV_NOPTS_VALUE) {
+    chunk->timestampNs = -1;
+  } else {
+    AVRational const timeBase = getStream()->time_base;
+    chunk->timestampNs = mWrapper->rescale(
+        chunk->packet.pts, static_cast<int64_t>(timeBase.num) * kNsPerSecond, timeBase.den);
+  }
+  chunk->data = chunk->packet.data;
+  chunk->size = chunk->packet.size;
+  return 0;
+}
+
+void AVDemuxer::releaseChunk(std::shared_ptr<EncodedPacket> packet) {
+  auto* chunk = dynamic_cast<AVEncodedPacket*>(packet.get());
+  if (chunk == nullptr) {
+    return;
+  }
+  mWrapper->packetUnref(&chunk->packet);
+  chunk->clear();
+}
+
+std::map<std::string, std::string> AVDemuxer::getMetadata() const {
+  std::map<std::string, std::string> metadata;
+  copyMetadata(metadata, mFormatContext->metadata);
+  if (AVStream const* stream = getStream()) {
+    copyMetadata(metadata, stream->metadata);
+  }
+  return metadata;
+}
+
+void AVDemuxer::copyMetadata(std::map<std::string, std::string>& metadata,
+                             AVDictionary const* dictionary) const {
+  AVDictionaryEntry const* entry = nullptr;
+  while ((entry = mWrapper->dictGet(dictionary, "", entry, AV_DICT_IGNORE_SUFFIX)) != nullptr) {
+    metadata[entry->key] = entry->value;
+  }
+}
+
+bool AVDemuxer::updatedMetadata() {
+  AVStream* stream = getStream();
+  bool const formatUpdated = (mFormatContext->event_flags & AVFMT_EVENT_FLAG_METADATA_UPDATED) != 0;
+  bool const streamUpdated =
+      stream != nullptr && (stream->event_flags & AVSTREAM_EVENT_FLAG_METADATA_UPDATED) != 0;
+  if (!formatUpdated && !streamUpdated) {
+    return false;
+  }
+  mFormatContext->event_flags &= ~AVFMT_EVENT_FLAG_METADATA_UPDATED;
+  if (stream != nullptr) {
+    stream->event_flags &= ~AVSTREAM_EVENT_FLAG_METADATA_UPDATED;
+  }
+  return true;
+}
+
+int AVDemuxer::interruptCallback(void* opaque) {
+  return static_cast<AVDemuxer*>(opaque)->mRunning.load() ? 0 : 1;
+}
+
+}  // namespace oru

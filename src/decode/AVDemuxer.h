@@ -1,0 +1,83 @@
+#pragma once
+
+#include "decode/AVWrapper.h"
+
+#include <oru/AudioPlayer.h>
+#include <oru/Decoder.h>
+
+#include <atomic>
+#include <map>
+#include <memory>
+#include <string>
+
+namespace oru {
+
+// A demuxed packet holding its FFmpeg packet; the base fields mirror it after each read.
+class AVEncodedPacket : public EncodedPacket {
+ public:
+  AVEncodedPacket() = default;
+  // Releases a payload that was not given back (a thread that ended mid-packet).
+  ~AVEncodedPacket() override { av_packet_unref(&packet); }
+  AVEncodedPacket(AVEncodedPacket const&) = delete;
+  AVEncodedPacket& operator=(AVEncodedPacket const&) = delete;
+
+  void clear() {
+    data = nullptr;
+    size = 0;
+  }
+
+  AVPacket packet{};
+};
+
+// Opens one track's input (a URI, or the resource's data callback through a read-only custom
+// I/O context), picks its audio stream and hands out its compressed packets with nanosecond
+// time stamps, and the container's and stream's metadata.
+//
+// Created, used and destroyed on the track's decoding thread only. The one thing it shares is
+// the track's running flag, which FFmpeg's interrupt callback reads so that a blocking open or
+// read ends as soon as the track is stopped. The resource and the running flag must outlive
+// the demuxer.
+class AVDemuxer {
+ public:
+  // An opened demuxer, or null (logged) when the input cannot be opened.
+  static std::unique_ptr<AVDemuxer> create(AudioPlayer::Resource const* resource,
+                                           std::atomic<bool> const& running,
+                                           std::shared_ptr<AVWrapper> wrapper, int version);
+
+  // The selected audio stream, which the decoder is built from.
+  AVStream* getStream() const;
+  std::string const& getCodecName() const { return mCodecName; }
+
+  // 0 with the next packet of the selected stream in `packet` (created on the first call and
+  // reused); 1 at the end of the data, on any read failure or interruption, and at the first
+  // packet of a stream with an index of 2 or more that is not the selected one.
+  int getDemuxedChunk(std::shared_ptr<EncodedPacket>& packet);
+  // Gives the packet's payload back to FFmpeg.
+  void releaseChunk(std::shared_ptr<EncodedPacket> packet);
+
+  // The container's metadata overlaid with the stream's (the stream wins for a shared key).
+  std::map<std::string, std::string> getMetadata() const;
+  // True once after each change of metadata during playback.
+  bool updatedMetadata();
+
+ private:
+  AVDemuxer(AudioPlayer::Resource const* resource, std::atomic<bool> const& running,
+            std::shared_ptr<AVWrapper> wrapper, int version);
+
+  bool open();
+  int openInput(AVFormatContext** context, char const* url, std::string const& mimeType);
+  void copyMetadata(std::map<std::string, std::string>& metadata,
+                    AVDictionary const* dictionary) const;
+  static int interruptCallback(void* opaque);
+
+  std::string mUri;
+  std::shared_ptr<AVWrapper> const mWrapper;
+  std::string mCodecName;
+  AVFormatContextHandle mFormatContext;
+  AudioPlayer::Resource const* const mResource;
+  int mStreamIndex = -1;
+  int const mVersion;
+  std::atomic<bool> const& mRunning;
+};
+
+}  // namespace oru
