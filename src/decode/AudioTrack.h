@@ -9,6 +9,8 @@
 
 namespace oru {
 
+class AudioRenderer;
+
 // One stream being played: what the player and the renderer know of a track. The engine's
 // implementation decodes with FFmpeg on a thread of its own; tests use scripted ones.
 //
@@ -49,6 +51,20 @@ class AudioTrack : public std::enable_shared_from_this<AudioTrack> {
     virtual void onMetadata(AudioTrack* track,
                             std::map<std::string, std::string> const& metadata) = 0;
   };
+
+  // A new track that starts decoding `resource` at once, playing through `renderer` and
+  // reporting to `listener`; takes the token out of `token`. Never null: failures to open or
+  // decode arrive later through the listener's onTrackError. `config`, `renderer`, `listener`
+  // and `decoderFactory` (which may be null) must outlive the track. Command thread.
+  static std::shared_ptr<AudioTrack> create(std::unique_ptr<AudioPlayer::Token>& token,
+                                            AudioPlayer::Resource const& resource,
+                                            PlaybackConfig const& config, int version,
+                                            AudioRenderer* renderer, EventListener* listener,
+                                            DecoderDelegateFactory* decoderFactory);
+
+  // The inclusive range of stream versions the decoding side accepts; (-1, -1), logged, when
+  // the FFmpeg build lacks the version option. Any thread.
+  static void getSupportedVersions(int* minVersion, int* maxVersion);
 
   AudioTrack(std::unique_ptr<AudioPlayer::Token> token, std::string uri)
       : mToken(std::move(token)), mUri(std::move(uri)) {}

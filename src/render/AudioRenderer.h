@@ -50,6 +50,9 @@ class AudioRenderer {
   // then drains). Any thread.
   void render(std::shared_ptr<AudioTrack> track);
 
+  // How the buffers' time stamps are read. Any thread.
+  AudioPlayer::TimestampMode timestampMode() const { return mMode; }
+
  private:
   enum HwState { kStopped = 0, kStarted = 1, kPaused = 2, kDraining = 3 };
 

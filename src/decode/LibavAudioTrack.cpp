@@ -1,0 +1,272 @@
+#include "decode/LibavAudioTrack.h"
+
+#include "decode/AVDecoderDelegate.h"
+#include "decode/AVLogger.h"
+#include "render/AudioRenderer.h"
+
+#include <oru/Log.h>
+
+namespace oru {
+namespace {
+
+constexpr char kTag[] = "LibavTrack";
+constexpr unsigned kQueueBuffers = 20;
+constexpr uint32_t kPrebufferBuffers = 10;
+// Several end markers, so that a consumer that pops past one still finds the end.
+constexpr int kEndMarkers = 10;
+constexpr int64_t kNsPerMs = 1000000;
+
+}  // namespace
+
+std::shared_ptr<AudioTrack> AudioTrack::create(std::unique_ptr<AudioPlayer::Token>& token,
+                                               AudioPlayer::Resource const& resource,
+                                               PlaybackConfig const& config, int version,
+                                               AudioRenderer* renderer, EventListener* listener,
+                                               DecoderDelegateFactory* decoderFactory) {
+  AVLogger::install();
+  auto wrapper = std::make_shared<AVWrapper>();
+  auto track = std::make_shared<LibavAudioTrack>(token, resource, config, version, renderer,
+                                                 listener, decoderFactory, std::move(wrapper));
+  track->startDecodingThread();
+  return track;
+}
+
+void AudioTrack::getSupportedVersions(int* minVersion, int* maxVersion) {
+  AVWrapper().getORUVersions(minVersion, maxVersion);
+  if (*minVersion < 0 || *maxVersion < 0) {
+    LogMessage(LOG_ERROR, kTag) << "FFmpeg is missing ORU patches";
+  }
+}
+
+LibavAudioTrack::LibavAudioTrack(std::unique_ptr<AudioPlayer::Token>& token,
+                                 AudioPlayer::Resource const& resource,
+                                 PlaybackConfig const& config, int version, AudioRenderer* renderer,
+                                 EventListener* listener, DecoderDelegateFactory* decoderFactory,
+                                 std::shared_ptr<AVWrapper> wrapper)
+    : AudioTrack(std::move(token), resource.uri),
+      mResource(resource),
+      mConfig(config),
+      mVersion(version),
+      mRenderer(renderer),
+      mListener(listener),
+      mQueue(kQueueBuffers),
+      mPrebufferCount(kPrebufferBuffers),
+      mDecoderFactory(decoderFactory),
+      mWrapper(std::move(wrapper)) {
+  LogMessage(LOG_DETAIL, kTag) << this << ": Created";
+}
+
+LibavAudioTrack::~LibavAudioTrack() {
+  LogMessage(LOG_DETAIL, kTag) << this << ": Stopping decoding thread";
+  stopDecodingThread();
+  LogMessage(LOG_DETAIL, kTag) << this << ": Stopped decoding thread";
+  mDemuxer.reset();
+  mDecoder.reset();
+  mDecodingThread.detach();
+}
+
+void LibavAudioTrack::startDecodingThread() {
+  LogMessage(LOG_DETAIL, kTag) << this << ": Starting decoding thread";
+  mDecodingThread = boost::thread([this] { decodingThread(); });
+}
+
+void LibavAudioTrack::stopDecodingThread() {
+  mRunning = false;
+  mQueue.releaseBuffer(nullptr);
+  if (mResource.cancelCallback != nullptr && mResource.callbackOpaque != nullptr) {
+    mResource.cancelCallback(mResource.callbackOpaque);
+  }
+  if (mDecodingThread.joinable()) {
+    mDecodingThread.join();
+  }
+}
+
+void LibavAudioTrack::decodingThread() {
+  mWrapper->registerAll();
+  mDemuxer = AVDemuxer::create(&mResource, mRunning, mWrapper, mVersion);
+  if (!mDemuxer) {
+    LogMessage(LOG_ERROR, kTag) << this << ": Failed to create demuxer";
+    onTrackError(AudioPlayer::MEDIA_ERROR_FORMAT, "Failed to create demuxer ");
+    return;
+  }
+  if (mDecoderFactory != nullptr) {
+    mDecoder.reset(mDecoderFactory->createDecoder(mDemuxer->getCodecName().c_str(), mConfig));
+    if (mDecoder) {
+      LogMessage(LOG_INFO, kTag) << this << ": using custom decoder for "
+                                 << mDemuxer->getCodecName();
+    }
+  }
+  if (!mDecoder) {
+    mDecoder = AVDecoderDelegate::create(mDemuxer->getStream(), mConfig, mWrapper, mVersion);
+    if (!mDecoder) {
+      LogMessage(LOG_ERROR, kTag) << this << ": Failed to create decoder";
+      onTrackError(AudioPlayer::MEDIA_ERROR_FORMAT, "Failed to create decoder ");
+      return;
+    }
+  }
+  reportMetadata(mDemuxer->getMetadata());
+
+  std::shared_ptr<EncodedPacket> packet;
+  for (;;) {
+    if (mDemuxer->getDemuxedChunk(packet) != 0) {
+      if (mRunning) {
+        LogMessage(LOG_DETAIL, kTag) << "decodingLastFrame";
+        if (mDecoder->flushBuffers(mQueue) == DecodeStatus::Error) {
+          LogMessage(LOG_ERROR, kTag) << " Failed to decode";
+          onTrackError(AudioPlayer::MEDIA_ERROR_INTERNAL, "Failed to decode: ");
+        }
+      }
+      endTrack();
+      return;
+    }
+    if (!mRunning) {
+      LogMessage(LOG_DETAIL, kTag) << this << ": Not perform decoding";
+      mDemuxer->releaseChunk(packet);
+      return;
+    }
+    if (mDemuxer->updatedMetadata()) {
+      reportMetadata(mDemuxer->getMetadata());
+    }
+    DecodeStatus const status = mDecoder->decode(packet.get(), mQueue);
+    mDemuxer->releaseChunk(packet);
+    if (status != DecodeStatus::Ok) {
+      LogMessage(LOG_ERROR, kTag) << this << ": Failed to decode";
+      onTrackError(AudioPlayer::MEDIA_ERROR_INTERNAL, "Failed to decode: ");
+      return;
+    }
+  }
+}
+
+void LibavAudioTrack::changeState(State newState) {
+  State const oldState = mState.exchange(newState);
+  if (oldState == newState) {
+    return;
+  }
+  LogMessage(LOG_DETAIL, kTag) << this << ": new state: " << newState
+                               << " position: " << mPositionMs.load();
+  if (newState == Playing) {
+    mRenderer->render(shared_from_this());
+  }
+  mListener->onTrackStateChange(this, oldState, newState, mPositionMs);
+}
+
+void LibavAudioTrack::onTrackError(AudioPlayer::MediaError error, std::string const& message) {
+  changeState(Error);
+  mListener->onTrackError(this, error, message);
+}
+
+void LibavAudioTrack::endTrack() {
+  for (int i = 0; i < kEndMarkers; ++i) {
+    mQueue.pushBuffer(nullptr);
+  }
+}
+
+void LibavAudioTrack::reportMetadata(std::map<std::string, std::string> const& metadata) {
+  if (metadata == mLastMetadata) {
+    return;
+  }
+  mLastMetadata = metadata;
+  mListener->onMetadata(this, mLastMetadata);
+}
+
+unsigned LibavAudioTrack::getPositionMs() const { return mPositionMs; }
+
+void LibavAudioTrack::setProgressReportDelay(int ms) {
+  if (ms >= 0) {
+    mProgressReportDelayMs = static_cast<uint32_t>(ms);
+  }
+}
+
+void LibavAudioTrack::setProgressReportInterval(int ms) {
+  if (ms > 0) {
+    mProgressReportIntervalMs = static_cast<uint32_t>(ms);
+    mNextProgressReportMs = static_cast<uint32_t>(ms);
+  }
+}
+
+void LibavAudioTrack::seek(unsigned offsetMs) {
+  LogMessage(LOG_INFO, kTag) << this << ": seek offsetMs = " << offsetMs;
+  mOffsetMs = offsetMs;
+}
+
+void LibavAudioTrack::play(int64_t commonTime) {
+  if (mRenderer->timestampMode() == AudioPlayer::TIMESTAMP_STREAM) {
+    LogMessage(LOG_INFO, kTag) << this << ": play";
+  } else {
+    LogMessage(LOG_INFO, kTag) << "play commonTime = " << commonTime;
+    mStartTime = commonTime - static_cast<int64_t>(mOffsetMs) * kNsPerMs;
+  }
+  changeState(Playing);
+}
+
+void LibavAudioTrack::pause(bool isTransient) {
+  LogMessage(LOG_INFO, kTag) << this << ": pause";
+  changeState(isTransient ? PausedTransient : Paused);
+}
+
+void LibavAudioTrack::stop() {
+  LogMessage(LOG_INFO, kTag) << this << ": stop";
+  changeState(Stopped);
+}
+
+int LibavAudioTrack::getNextBuffer(PcmBuffer** buffer) {
+  *buffer = nullptr;
+  State const state = mState;
+  if (state != Playing) {
+    return state;
+  }
+  if (mEndOfStream) {
+    return Finished;
+  }
+  size_t const queued = mQueue.size();
+  if (queued < mPrebufferCount) {
+    return Buffering;
+  }
+  if (queued == 0) {
+    return Underrun;
+  }
+  mPrebufferCount = 0;
+  PcmBuffer* next = mQueue.pop();
+  if (next == nullptr) {
+    mEndOfStream = true;
+    return Finished;
+  }
+  next->pts += mStartTime;
+  *buffer = next;
+  auto const format = static_cast<uint32_t>(next->format);
+  if (format == mLastFormat && next->channels == mLastChannels && next->rate == mLastRate) {
+    return Playing;
+  }
+  LogMessage(LOG_DETAIL, kTag) << this << ": Format change. format = " << format;
+  mLastFormat = format;
+  mLastChannels = next->channels;
+  mLastRate = next->rate;
+  return FormatChanged;
+}
+
+void LibavAudioTrack::releaseBuffer(PcmBuffer* buffer) {
+  if (buffer != nullptr) {
+    mQueue.releaseBuffer(buffer);
+  }
+}
+
+void LibavAudioTrack::updatePosition(int64_t commonTime) {
+  uint32_t const position = static_cast<uint32_t>((commonTime - mStartTime) / kNsPerMs);
+  mPositionMs = position;
+  if (mProgressReportDelayMs <= position) {
+    mProgressReportDelayMs = kOff;
+    mListener->onProgressReportDelay(this, position);
+  }
+  if (position >= mNextProgressReportMs) {
+    mNextProgressReportMs += mProgressReportIntervalMs;
+    mListener->onProgressReportInterval(this, position);
+  }
+}
+
+void LibavAudioTrack::onRenderError(int /*error*/) {
+  onTrackError(AudioPlayer::MEDIA_ERROR_INTERNAL, "Error playing audio");
+}
+
+void LibavAudioTrack::onRenderFinished() { changeState(Finished); }
+
+}  // namespace oru
