@@ -27,10 +27,7 @@ int64_t ns(int64_t frames, int rate = 48000) { return frames * kSecond / rate; }
 
 class AudioRendererTest : public ::testing::Test {
  protected:
-  AudioRendererTest() {
-    device.setFrameBytes(kStereo16.frameBytes());
-    clock.setOffset(kClockOffset);
-  }
+  AudioRendererTest() { clock.setOffset(kClockOffset); }
 
   void start(AudioPlayer::TimestampMode mode) {
     renderer = std::make_unique<AudioRenderer>(&device, &clock, mode);
@@ -206,7 +203,7 @@ TEST_F(AudioRendererTest, PauseInStreamMode_KeepsTheDevicePausedAndRestartsItOnT
 
 TEST_F(AudioRendererTest, PauseInLocalAndCommonModes_DrainsAndRestartsAtTheNextBuffersTime) {
   for (auto mode : {AudioPlayer::TIMESTAMP_LOCAL, AudioPlayer::TIMESTAMP_COMMON}) {
-    ScriptedDevice modeDevice(kStereo16.frameBytes());
+    ScriptedDevice modeDevice;
     AudioRenderer modeRenderer(&modeDevice, &clock, mode);
     auto track = newTrack();
     track->answerBuffer(AudioTrack::FormatChanged, kStereo16, 0, 480, kSecond);
@@ -307,7 +304,7 @@ TEST_F(AudioRendererTest, DeviceAndClockFailures_ReachTheTrackAsRenderErrors) {
       {"clock", [](auto&, auto& time) { time.setResult(7); }, 7, "commonToLocal failed: 7"},
   };
   for (Case const& failure : cases) {
-    ScriptedDevice failingDevice(kStereo16.frameBytes());
+    ScriptedDevice failingDevice;
     test::SettableClock failingClock;
     failure.breakIt(failingDevice, failingClock);
     AudioRenderer failingRenderer(&failingDevice, &failingClock, AudioPlayer::TIMESTAMP_COMMON);

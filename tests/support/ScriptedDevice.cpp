@@ -2,14 +2,11 @@
 
 #include "WaitFor.h"
 
+#include <oru/Decoder.h>
+
 #include <algorithm>
 
 namespace oru::test {
-
-void ScriptedDevice::setFrameBytes(int frameBytes) {
-  std::lock_guard<std::mutex> lock(mMutex);
-  mFrameBytes = frameBytes;
-}
 
 void ScriptedDevice::setMaxFramesPerWrite(unsigned frames) {
   std::lock_guard<std::mutex> lock(mMutex);
@@ -78,6 +75,15 @@ std::vector<uint8_t> ScriptedDevice::writtenBytes() const {
   return bytes;
 }
 
+int64_t ScriptedDevice::writtenFrames() const {
+  std::lock_guard<std::mutex> lock(mMutex);
+  int64_t frames = 0;
+  for (Call const& call : mCalls) {
+    frames += call.kind == kWrite ? call.accepted : 0;
+  }
+  return frames;
+}
+
 void ScriptedDevice::record(Call call) {
   mCalls.push_back(std::move(call));
   mChanged.notify_all();
@@ -91,6 +97,7 @@ int ScriptedDevice::start(AudioFormat format, int channels) {
   record(std::move(call));
   if (mStartResult == 0) {
     mAcceptedSinceStart = 0;
+    mFrameBytes = bytesPerSample(format) * channels;
   }
   return mStartResult;
 }

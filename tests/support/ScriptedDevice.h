@@ -30,10 +30,6 @@ class ScriptedDevice : public PlaybackDelegate {
     std::vector<uint8_t> data;           // kWrite: the bytes accepted
   };
 
-  explicit ScriptedDevice(int frameBytesForCopy = 4) : mFrameBytes(frameBytesForCopy) {}
-
-  // Bytes per frame the device copies out of each write; set it to the stream's frame size.
-  void setFrameBytes(int frameBytes);
   // Each write takes at most this many frames.
   void setMaxFramesPerWrite(unsigned frames);
   // Results of the next start and of writes.
@@ -56,6 +52,8 @@ class ScriptedDevice : public PlaybackDelegate {
   std::vector<Kind> kinds() const;
   // Every accepted byte of every write, in order.
   std::vector<uint8_t> writtenBytes() const;
+  // The frames of every write, accepted ones only.
+  int64_t writtenFrames() const;
 
   int start(AudioFormat format, int channels) override;
   void stop(StopBehavior behavior) override;
@@ -69,7 +67,7 @@ class ScriptedDevice : public PlaybackDelegate {
   mutable std::mutex mMutex;  // guards everything below
   std::condition_variable mChanged;
   std::vector<Call> mCalls;
-  int mFrameBytes;
+  int mFrameBytes = 0;  // of the stream the device was last started for
   unsigned mMaxFramesPerWrite = ~0u;
   int mStartResult = 0;
   int mWriteResult = 0;
