@@ -1,5 +1,6 @@
 #pragma once
 
+#include "NamedToken.h"
 #include "RecordingTrackListener.h"
 #include "ScriptedDevice.h"
 #include "SettableClock.h"
@@ -15,17 +16,6 @@ namespace oru::test {
 inline std::string fixture(std::string const& name) {
   return std::string(ORUPLAY_FIXTURE_DIR) + "/" + name;
 }
-
-class NamedToken : public AudioPlayer::Token {
- public:
-  explicit NamedToken(std::string name) : mName(std::move(name)) {}
-  std::string toString() const override { return mName; }
-  int compare(Token const& other) const override { return toString().compare(other.toString()); }
-  Token* clone() const override { return new NamedToken(mName); }
-
- private:
-  std::string mName;
-};
 
 // A device that takes 48 kHz 16-bit PCM only, so every stream is converted to it.
 inline PlaybackConfig deviceConfig48k() {

@@ -1,6 +1,7 @@
 #include <oru/AudioPlayer.h>
 #include <oru/Log.h>
 
+#include "NamedToken.h"
 #include "RecordingLogger.h"
 
 #include <gtest/gtest.h>
@@ -13,20 +14,9 @@
 namespace oru {
 namespace {
 
-class NamedToken : public AudioPlayer::Token {
- public:
-  explicit NamedToken(std::string name) : mName(std::move(name)) {}
-  std::string toString() const override { return mName; }
-  int compare(Token const& other) const override { return toString().compare(other.toString()); }
-  Token* clone() const override { return new NamedToken(mName); }
-
- private:
-  std::string mName;
-};
-
 TEST(LogMessageTest, DeliversExactlyWhatWasStreamed_WithLevelAndTag) {
   test::RecordingLogger logger;
-  NamedToken const token("track-7");
+  test::NamedToken const token("track-7");
   LogMessage(LOG_INFO, "AudioPlayer") << "handlePlay token: " << token << " commonTime: " << -5LL;
 
   auto const lines = logger.lines();

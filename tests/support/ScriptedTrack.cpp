@@ -1,21 +1,11 @@
 #include "ScriptedTrack.h"
 
+#include "NamedToken.h"
 #include "WaitFor.h"
 
 #include <cstring>
 
 namespace oru::test {
-namespace {
-
-class NamedToken : public AudioPlayer::Token {
- public:
-  std::string toString() const override { return "scripted"; }
-  int compare(Token const& other) const override { return toString().compare(other.toString()); }
-  Token* clone() const override { return new NamedToken; }
-};
-
-}  // namespace
-
 std::vector<uint8_t> Ramp::frames(int64_t firstFrame, unsigned count) const {
   std::vector<uint8_t> bytes(static_cast<size_t>(count) * frameBytes());
   size_t const samples = static_cast<size_t>(count) * channels;
@@ -55,7 +45,7 @@ int64_t Ramp::firstFrameOf(uint8_t const* bytes) const {
 }
 
 ScriptedTrack::ScriptedTrack(int whenEmpty)
-    : AudioTrack(std::make_unique<NamedToken>(), "scripted://"), mWhenEmpty(whenEmpty) {}
+    : AudioTrack(std::make_unique<NamedToken>("scripted"), "scripted://"), mWhenEmpty(whenEmpty) {}
 
 ScriptedTrack::~ScriptedTrack() = default;
 
