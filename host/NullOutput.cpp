@@ -1,0 +1,55 @@
+#include <oru/host/NullOutput.h>
+
+#include <thread>
+
+namespace oru::host {
+namespace {
+
+AudioFormat const kFormats[] = {PCM_S16, PCM_S32, PCM_FLOAT};
+constexpr auto kUnderrunWait = std::chrono::milliseconds(10);
+constexpr auto kUnpacedUnderrunWait = std::chrono::milliseconds(1);
+
+}  // namespace
+
+NullOutput::NullOutput(Pacing pacing, int rate)
+    : mPacing(pacing), mRate(static_cast<uint32_t>(rate)), mPacer(rate) {}
+
+int NullOutput::start(AudioFormat, int) {
+  mPacer.restart();
+  mFramesSinceStart = 0;
+  return 0;
+}
+
+void NullOutput::stop(StopBehavior) {}
+
+int NullOutput::write(long long, void const* data, unsigned* frames) {
+  if (data == nullptr) {
+    // The source is starving: wait a little, as a device would until it can take data,
+    // rather than let the render thread spin.
+    std::this_thread::sleep_for(mPacing == kRealTime ? kUnderrunWait : kUnpacedUnderrunWait);
+    return 0;
+  }
+  if (mPacing == kRealTime) {
+    mPacer.wait(*frames);
+  }
+  mFramesSinceStart += *frames;
+  mFramesTaken += *frames;
+  return 0;
+}
+
+long long NullOutput::getPlayedFrames() {
+  return mPacing == kRealTime ? mPacer.playedFrames() : mFramesSinceStart;
+}
+
+PlaybackCapabilities NullOutput::getPlaybackConfig() {
+  PlaybackCapabilities caps;
+  caps.supportedRates = &mRate;
+  caps.supportedRateCount = 1;
+  caps.defaultRate = static_cast<int>(mRate);
+  caps.preferredFormat = PCM_S16;
+  caps.supportedFormats = kFormats;
+  caps.supportedFormatCount = 3;
+  return caps;
+}
+
+}  // namespace oru::host

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <oru/AudioPlayer.h>
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+typedef struct _snd_pcm snd_pcm_t;
+
+namespace oru::host {
+
+// An output device over an ALSA PCM. start() opens (or re-opens for another format) the PCM,
+// write() blocks while the device is full, stop() drains, drops or pauses, played frames come
+// from the device's delay, and underruns are counted as the device sees them. An underrun
+// signal from the engine waits until the device could take data (at most one period).
+// Advertises one rate (48000 Hz unless given) and the three formats.
+//
+// Called by the player's render thread; underruns() from any thread. Without a sound card,
+// "null" or "file:FILE=out.raw,FORMAT=raw" name PCMs that discard or record the audio.
+class AlsaOutput : public PlaybackDelegate {
+ public:
+  explicit AlsaOutput(std::string device = "default", int rate = 48000, int latencyMs = 100);
+  ~AlsaOutput() override;
+
+  AlsaOutput(AlsaOutput const&) = delete;
+  AlsaOutput& operator=(AlsaOutput const&) = delete;
+
+  // Whether `device` can be opened for playback; if not, ALSA's reason in `error`.
+  static bool probe(std::string const& device, std::string* error);
+
+  // Underruns the device reported since construction.
+  int64_t underruns() const { return mUnderruns; }
+
+  int start(AudioFormat format, int channels) override;
+  void stop(StopBehavior behavior) override;
+  int write(long long timestamp, void const* data, unsigned* frames) override;
+  long long getPlayedFrames() override;
+  PlaybackCapabilities getPlaybackConfig() override;
+
+ private:
+  void close();
+
+  std::string const mDevice;
+  uint32_t const mRate;
+  int const mLatencyMs;
+  snd_pcm_t* mPcm = nullptr;
+  AudioFormat mFormat = PCM_S16;
+  int mChannels = 0;
+  int mFrameBytes = 0;
+  bool mPaused = false;
+  bool mDrained = false;
+  int64_t mFramesSinceStart = 0;
+  std::atomic<int64_t> mUnderruns{0};
+};
+
+}  // namespace oru::host
