@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Fixtures.h"
 #include "NamedToken.h"
 #include "RecordingTrackListener.h"
 #include "ScriptedDevice.h"
@@ -11,11 +12,6 @@
 #include <string>
 
 namespace oru::test {
-
-// Where the build made the test media.
-inline std::string fixture(std::string const& name) {
-  return std::string(ORUPLAY_FIXTURE_DIR) + "/" + name;
-}
 
 // A device that takes 48 kHz 16-bit PCM only, so every stream is converted to it.
 inline PlaybackConfig deviceConfig48k() {
