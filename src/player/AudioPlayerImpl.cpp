@@ -27,7 +27,10 @@ AudioPlayer::Impl::Impl(AudioPlayer::EventListener* listener, PlaybackDelegate* 
 AudioPlayer::Impl::~Impl() {
   LogMessage(LOG_DETAIL, kTag) << "~Impl begin";
   mLoop.post([this] { handleClearQueue(CLEAR_ALL, false); });
-  mRenderer.reset();
+  // The render thread ends at once, so the device is left alone from here on. The renderer
+  // object stays until the loop has stopped: handlers posted before destruction still run
+  // and may hand it a track (which it then only records).
+  mRenderer->stop();
   mLoop.stop();
   LogMessage(LOG_DETAIL, kTag) << "~Impl end";
 }

@@ -39,13 +39,17 @@ AudioRenderer::AudioRenderer(PlaybackDelegate* hw, AudioPlayer::CommonTimeDelega
                              AudioPlayer::TimestampMode mode)
     : mHW(hw), mCommonTime(commonTime), mMode(mode), mThread([this] { renderThread(); }) {}
 
-AudioRenderer::~AudioRenderer() {
+AudioRenderer::~AudioRenderer() { stop(); }
+
+void AudioRenderer::stop() {
   {
     boost::lock_guard<boost::mutex> lock(mMutex);
     mRunning = false;
   }
   mCondition.notify_one();
-  mThread.join();
+  if (mThread.joinable()) {
+    mThread.join();
+  }
 }
 
 void AudioRenderer::render(std::shared_ptr<AudioTrack> track) {

@@ -40,7 +40,7 @@ class AudioRenderer {
   // Starts the render thread at once. `commonTime` is used only in TIMESTAMP_COMMON.
   AudioRenderer(PlaybackDelegate* hw, AudioPlayer::CommonTimeDelegate* commonTime,
                 AudioPlayer::TimestampMode mode);
-  // Stops the render thread, which stops the device at once on its way out, and joins it.
+  // Stops the render thread (see stop()).
   ~AudioRenderer();
 
   AudioRenderer(AudioRenderer const&) = delete;
@@ -49,6 +49,11 @@ class AudioRenderer {
   // Makes `track` the current track; an empty pointer detaches the current one (the device
   // then drains). Any thread.
   void render(std::shared_ptr<AudioTrack> track);
+
+  // Ends the render thread, which stops the device at once on its way out, and joins it. The
+  // renderer then leaves the device alone; render() only records the track. Never call it on
+  // the render thread. Idempotent.
+  void stop();
 
   // How the buffers' time stamps are read. Any thread.
   AudioPlayer::TimestampMode timestampMode() const { return mMode; }

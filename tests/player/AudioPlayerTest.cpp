@@ -120,6 +120,7 @@ class AudioPlayerTest : public ::testing::Test {
   test::RecordingPlayerListener listener;
   test::ScriptedDevice device;
   test::SettableClock clock;
+  GatedSource source;  // outlives the player, whose tracks call it until they are gone
   std::unique_ptr<AudioPlayer> player;
 };
 
@@ -212,7 +213,6 @@ TEST_F(AudioPlayerTest, ReplaceEnqueued_KeepsTheHeadAndPutsTheNewTrackBehindIt) 
 
 TEST_F(AudioPlayerTest, FailingHead_HandsOverToTheNextWithTrackReadyAfterFailure) {
   start();
-  GatedSource source;
   prepare(AudioPlayer::REPLACE_ALL, source.resource(), "bad");
   prepare(AudioPlayer::ENQUEUE, media("ch2-48000.flac"), "good");
   ASSERT_TRUE(listener.waitFor("trackReady bad false"));
@@ -441,6 +441,19 @@ TEST_F(AudioPlayerDestructionTest, WhileADataCallbackBlocks_CancelsItAndLeavesNo
   }
   EXPECT_EQ(threadCount(), before);
   EXPECT_EQ(source.cancels, 1);
+}
+
+TEST_F(AudioPlayerDestructionTest, CommandsPostedJustBeforeDestruction_RunSafely) {
+  // Handlers posted before destruction run while it goes on; they must not touch what
+  // destruction has already stopped.
+  host::NullOutput output(host::NullOutput::kUnpaced);
+  for (int i = 0; i < 40; ++i) {
+    AudioPlayer player(&listener, &output, nullptr, AudioPlayer::TIMESTAMP_STREAM, nullptr);
+    player.prepare(AudioPlayer::REPLACE_ALL, media("ch1-48000.flac"), 0, -1, -1, NamedToken("a"),
+                   1);
+    player.play(NamedToken("a"), 0);
+  }
+  EXPECT_FALSE(contains(listener.events(), "playbackFailed"));
 }
 
 }  // namespace
