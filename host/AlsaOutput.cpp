@@ -11,6 +11,8 @@ namespace {
 
 AudioFormat const kFormats[] = {PCM_S16, PCM_S32, PCM_FLOAT};
 
+void ignoreAlsaError(char const*, int, char const*, int, char const*, ...) {}
+
 snd_pcm_format_t toAlsa(AudioFormat format) {
   switch (format) {
     case PCM_S16:
@@ -32,7 +34,10 @@ AlsaOutput::~AlsaOutput() { close(); }
 
 bool AlsaOutput::probe(std::string const& device, std::string* error) {
   snd_pcm_t* pcm = nullptr;
+  // ALSA prints its own lines about a missing card; the caller reports the reason instead.
+  snd_lib_error_set_handler(&ignoreAlsaError);
   int const result = snd_pcm_open(&pcm, device.c_str(), SND_PCM_STREAM_PLAYBACK, 0);
+  snd_lib_error_set_handler(nullptr);
   if (result < 0) {
     if (error != nullptr) {
       *error = snd_strerror(result);

@@ -120,12 +120,18 @@ class ORU_EXPORT AudioPlayer {
 
   // Where a track's data comes from. Copied by the player when a prepare is posted.
   struct Resource {
+    // What newDataCallback returns when the data has ended, and when it gives up (FFmpeg's
+    // AVERROR_EOF and AVERROR_EXIT). Any other negative value is a read error.
+    static constexpr int kEndOfData = -541478725;
+    static constexpr int kAborted = -1414092869;
+
     // Address of the stream. Ignored when empty or when newDataCallback is set.
     std::string uri;
     // Content type hint, used to pick the input format.
     std::string mimeType;
     // When set, the stream is pulled through this callback (an FFmpeg custom I/O read
-    // function) instead of opening `uri`. Called on the track's decoding thread.
+    // function: it returns the bytes it put into `buffer`, or kEndOfData, kAborted or another
+    // negative error) instead of opening `uri`. Called on the track's decoding thread.
     int (*newDataCallback)(void* opaque, uint8_t* buffer, int size) = nullptr;
     // When set together with callbackOpaque, called once when the track's decoding thread is
     // being stopped, so that a source blocked inside newDataCallback can return.

@@ -1,0 +1,175 @@
+#include "Session.h"
+
+#include <algorithm>
+#include <cctype>
+#include <chrono>
+
+namespace oruplay {
+namespace {
+
+// Names an input by its place in the list.
+class InputToken : public oru::AudioPlayer::Token {
+ public:
+  explicit InputToken(int index) : mIndex(index) {}
+  std::string toString() const override { return "input-" + std::to_string(mIndex); }
+  int compare(Token const& other) const override { return toString().compare(other.toString()); }
+  Token* clone() const override { return new InputToken(mIndex); }
+
+  static int indexOf(Token const& token) {
+    std::string const text = token.toString();
+    return std::stoi(text.substr(text.find('-') + 1));
+  }
+
+ private:
+  int mIndex;
+};
+
+// The value of `key` (matched without regard to case) in the engine's metadata text,
+// {"key":"value",...}; empty when there is none.
+std::string metadataValue(std::string const& text, std::string const& key) {
+  auto lower = [](std::string value) {
+    std::transform(value.begin(), value.end(), value.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return value;
+  };
+  std::string const wanted = "\"" + lower(key) + "\":\"";
+  size_t const at = lower(text).find(wanted);
+  if (at == std::string::npos) {
+    return "";
+  }
+  size_t const start = at + wanted.size();
+  size_t end = text.find("\",\"", start);
+  if (end == std::string::npos) {
+    end = text.rfind("\"}");
+  }
+  return end == std::string::npos || end < start ? "" : text.substr(start, end - start);
+}
+
+constexpr int kProgressIntervalMs = 250;
+
+}  // namespace
+
+Session::Session(std::vector<std::string> inputs, unsigned startOffsetMs)
+    : mInputs(std::move(inputs)), mStartOffsetMs(startOffsetMs) {}
+
+void Session::start(oru::AudioPlayer& player) {
+  std::lock_guard<std::mutex> lock(mMutex);
+  mPlayer = &player;
+  if (mInputs.empty()) {
+    mDone = true;
+    return;
+  }
+  prepareLocked(0, oru::AudioPlayer::REPLACE_ALL);
+}
+
+void Session::prepareLocked(int index, oru::AudioPlayer::PlayBehavior behavior) {
+  oru::AudioPlayer::Resource resource;
+  std::string const& input = mInputs[static_cast<size_t>(index)];
+  if (input == "-") {
+    resource.newDataCallback = &StdinSource::read;
+    resource.cancelCallback = &StdinSource::cancel;
+    resource.callbackOpaque = &mStdin;
+  } else {
+    resource.uri = input;
+  }
+  unsigned const offsetMs = index == 0 ? mStartOffsetMs : 0;
+  mPlayer->prepare(behavior, resource, offsetMs, -1, kProgressIntervalMs, InputToken(index), 1);
+  mLastPrepared = index;
+}
+
+void Session::endInputLocked(int index) {
+  mEnded.insert(index);
+  bool const queueEmpty = static_cast<int>(mEnded.size()) == mLastPrepared + 1;
+  if (!queueEmpty) {
+    return;
+  }
+  if (mLastPrepared + 1 < inputCount()) {
+    prepareLocked(mLastPrepared + 1, oru::AudioPlayer::REPLACE_ALL);
+  } else {
+    mDone = true;
+    mChanged.notify_all();
+  }
+}
+
+bool Session::waitUntilDone(int timeoutMs) {
+  std::unique_lock<std::mutex> lock(mMutex);
+  return mChanged.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this] { return mDone; });
+}
+
+Status Session::status() const {
+  std::lock_guard<std::mutex> lock(mMutex);
+  return mStatus;
+}
+
+std::vector<std::string> Session::failures() const {
+  std::lock_guard<std::mutex> lock(mMutex);
+  return mFailures;
+}
+
+void Session::trackReady(oru::AudioPlayer::Token const& token, bool) {
+  // Stream time: every input plays as soon as the one before it has played out.
+  mPlayer->play(token, 0);
+}
+
+void Session::playbackStarted(oru::AudioPlayer::Token const& token, unsigned positionMs) {
+  std::lock_guard<std::mutex> lock(mMutex);
+  int const index = InputToken::indexOf(token);
+  mStatus.input = index;
+  mStatus.positionMs = positionMs;
+  mStatus.title = mTags[index].first;
+  mStatus.artist = mTags[index].second;
+}
+
+void Session::playbackNearlyFinished(oru::AudioPlayer::Token const& token, unsigned) {
+  std::lock_guard<std::mutex> lock(mMutex);
+  int const index = InputToken::indexOf(token);
+  if (index == mLastPrepared && index + 1 < inputCount()) {
+    prepareLocked(index + 1, oru::AudioPlayer::ENQUEUE);
+  }
+}
+
+void Session::progressReportIntervalElapsed(oru::AudioPlayer::Token const& token,
+                                            unsigned positionMs) {
+  std::lock_guard<std::mutex> lock(mMutex);
+  if (InputToken::indexOf(token) == mStatus.input) {
+    mStatus.positionMs = positionMs;
+  }
+}
+
+void Session::playbackFinished(oru::AudioPlayer::Token const& token, unsigned positionMs) {
+  std::lock_guard<std::mutex> lock(mMutex);
+  int const index = InputToken::indexOf(token);
+  if (index == mStatus.input) {
+    mStatus.positionMs = positionMs;
+  }
+  endInputLocked(index);
+}
+
+void Session::playbackFailed(oru::AudioPlayer::Token const& token,
+                             oru::AudioPlayer::MediaError error, std::string const& message,
+                             oru::AudioPlayer::Token const&, oru::AudioPlayer::State, unsigned) {
+  std::lock_guard<std::mutex> lock(mMutex);
+  int const index = InputToken::indexOf(token);
+  std::string trimmed = message;
+  while (!trimmed.empty() && (trimmed.back() == ' ' || trimmed.back() == ':')) {
+    trimmed.pop_back();
+  }
+  mFailures.push_back(inputName(index) + ": " + trimmed + " (error " +
+                      std::to_string(static_cast<int>(error)) + ")");
+  endInputLocked(index);
+}
+
+void Session::streamMetadataExtracted(oru::AudioPlayer::Token const& token,
+                                      std::string const& metadata) {
+  std::lock_guard<std::mutex> lock(mMutex);
+  int const index = InputToken::indexOf(token);
+  std::string const streamTitle = metadataValue(metadata, "StreamTitle");
+  mTags[index] = {streamTitle.empty() ? metadataValue(metadata, "title") : streamTitle,
+                  metadataValue(metadata, "artist")};
+  if (index == mStatus.input) {
+    mStatus.title = mTags[index].first;
+    mStatus.artist = mTags[index].second;
+  }
+}
+
+}  // namespace oruplay

@@ -1,0 +1,87 @@
+#pragma once
+
+#include "StdinSource.h"
+
+#include <oru/AudioPlayer.h>
+
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace oruplay {
+
+// What the status line shows.
+struct Status {
+  int input = -1;  // index of the playing input, -1 before the first starts
+  unsigned positionMs = 0;
+  std::string title;   // from the stream's metadata, when it has one
+  std::string artist;  //
+};
+
+// Plays a list of inputs through one player, back to back: each input that becomes ready is
+// played, the next one is prepared as soon as the current one starts, and an input that fails
+// is reported and passed over. The listener operations run on the player's command thread;
+// start(), waitUntilDone(), status() and failures() on the main thread.
+class Session : public oru::AudioPlayer::EventListener {
+ public:
+  Session(std::vector<std::string> inputs, unsigned startOffsetMs);
+
+  // Begins with the first input. The player must outlive the session's use of it.
+  void start(oru::AudioPlayer& player);
+  // Waits until every input has played or failed, or the timeout passed; true when done.
+  bool waitUntilDone(int timeoutMs);
+  Status status() const;
+  std::vector<std::string> failures() const;
+  std::string const& inputName(int index) const { return mInputs[static_cast<size_t>(index)]; }
+  int inputCount() const { return static_cast<int>(mInputs.size()); }
+
+  void trackReady(oru::AudioPlayer::Token const& token, bool afterFailure) override;
+  void playbackStarted(oru::AudioPlayer::Token const& token, unsigned positionMs) override;
+  void playbackNearlyFinished(oru::AudioPlayer::Token const& token, unsigned positionMs) override;
+  void progressReportDelayElapsed(oru::AudioPlayer::Token const&, unsigned) override {}
+  void progressReportIntervalElapsed(oru::AudioPlayer::Token const& token,
+                                     unsigned positionMs) override;
+  void playbackStutterStarted(oru::AudioPlayer::Token const&, unsigned) override {}
+  void playbackStutterFinished(oru::AudioPlayer::Token const&, unsigned, unsigned) override {}
+  void playbackFinished(oru::AudioPlayer::Token const& token, unsigned positionMs) override;
+  void playbackFailed(oru::AudioPlayer::Token const& token, oru::AudioPlayer::MediaError error,
+                      std::string const& message, oru::AudioPlayer::Token const& currentToken,
+                      oru::AudioPlayer::State state, unsigned positionMs) override;
+  void playbackStopped(oru::AudioPlayer::Token const&, unsigned) override {}
+  void playbackPaused(oru::AudioPlayer::Token const&, unsigned) override {}
+  void playbackResumed(oru::AudioPlayer::Token const&, unsigned) override {}
+  void playbackQueueCleared() override {}
+  void streamMetadataExtracted(oru::AudioPlayer::Token const& token,
+                               std::string const& metadata) override;
+  void progressReportIntervalUpdated(oru::AudioPlayer::Token const&, unsigned,
+                                     oru::AudioPlayer::State) override {}
+
+ private:
+  // Caller holds mMutex. Prepares input `index` with `behavior`.
+  void prepareLocked(int index, oru::AudioPlayer::PlayBehavior behavior);
+  // Caller holds mMutex. Records that input `index` will not play (any more) and moves on
+  // when nothing else is queued.
+  void endInputLocked(int index);
+
+  std::vector<std::string> const mInputs;
+  unsigned const mStartOffsetMs;
+  StdinSource mStdin;
+  oru::AudioPlayer* mPlayer = nullptr;
+
+  // Guards everything below.
+  mutable std::mutex mMutex;
+  std::condition_variable mChanged;
+  int mLastPrepared = -1;
+  std::set<int> mEnded;
+  bool mDone = false;
+  Status mStatus;
+  // Title and artist of each input whose stream has carried them.
+  std::map<int, std::pair<std::string, std::string>> mTags;
+  std::vector<std::string> mFailures;
+};
+
+}  // namespace oruplay

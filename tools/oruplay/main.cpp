@@ -1,0 +1,276 @@
+// oruplay: plays files, HTTP(S) streams or standard input through liboruplay, one after the
+// other, to the sound card, a WAV file or nowhere, with a live status line.
+#include "Session.h"
+
+#include <oru/AudioPlayer.h>
+#include <oru/host/AlsaOutput.h>
+#include <oru/host/NullOutput.h>
+#include <oru/host/StderrLogger.h>
+#include <oru/host/WavFileOutput.h>
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr int kExitOk = 0;
+constexpr int kExitInputFailed = 1;
+constexpr int kExitUsage = 2;
+constexpr int kExitInterrupted = 130;
+
+char const kUsage[] =
+    "Usage: oruplay [OPTIONS] INPUT...\n"
+    "Plays each INPUT in turn: a file, an http:// or https:// URL, or - for standard input.\n"
+    "\n"
+    "  -o, --output OUT     alsa[:DEVICE] (the sound card; default), wav:PATH or null\n"
+    "  -r, --rate HZ        output rate (default 48000); every input is converted to it\n"
+    "  -f, --format FMT     output sample format: s16 (default), s32 or float\n"
+    "  -s, --start MS       start the first input's time line at MS milliseconds\n"
+    "  -t, --realtime       pace wav and null output at the real rate\n"
+    "  -l, --log-level N    show engine log lines of level N and above (2 detail ... 6 fatal;\n"
+    "                       default 5, errors)\n"
+    "  -q, --quiet          no status line\n"
+    "  -h, --help           this text\n"
+    "\n"
+    "Exit status: 0 when every input played, 1 when an input failed (the others are still\n"
+    "played), 2 for a usage error or an output that cannot be used, 130 after Ctrl-C.\n";
+
+struct Options {
+  std::string output;  // empty: the sound card
+  int rate = 48000;
+  oru::AudioFormat format = oru::PCM_S16;
+  unsigned startMs = 0;
+  bool realtime = false;
+  int logLevel = oru::LOG_ERROR;
+  bool quiet = false;
+  std::vector<std::string> inputs;
+};
+
+volatile std::sig_atomic_t gInterrupted = 0;
+
+void onInterrupt(int) { gInterrupted = 1; }
+
+bool parseNumber(char const* text, long minimum, long maximum, long* value) {
+  char* end = nullptr;
+  long const parsed = std::strtol(text, &end, 10);
+  if (end == text || *end != '\0' || parsed < minimum || parsed > maximum) {
+    return false;
+  }
+  *value = parsed;
+  return true;
+}
+
+// Fills `options` from the command line; returns -1 to go on, or the exit status.
+int parseOptions(int argc, char** argv, Options* options) {
+  auto usageError = [](std::string const& message) {
+    std::fprintf(stderr, "oruplay: %s\nTry 'oruplay --help'.\n", message.c_str());
+    return kExitUsage;
+  };
+  for (int i = 1; i < argc; ++i) {
+    std::string const arg = argv[i];
+    auto value = [&](char const** out) {
+      if (i + 1 >= argc) {
+        return false;
+      }
+      *out = argv[++i];
+      return true;
+    };
+    char const* text = nullptr;
+    long number = 0;
+    if (arg == "-h" || arg == "--help") {
+      std::fputs(kUsage, stdout);
+      return kExitOk;
+    } else if (arg == "-q" || arg == "--quiet") {
+      options->quiet = true;
+    } else if (arg == "-t" || arg == "--realtime") {
+      options->realtime = true;
+    } else if (arg == "-o" || arg == "--output") {
+      if (!value(&text)) {
+        return usageError(arg + " needs a value");
+      }
+      options->output = text;
+    } else if (arg == "-r" || arg == "--rate") {
+      if (!value(&text) || !parseNumber(text, 8000, 384000, &number)) {
+        return usageError(arg + " needs a rate from 8000 to 384000");
+      }
+      options->rate = static_cast<int>(number);
+    } else if (arg == "-f" || arg == "--format") {
+      if (!value(&text)) {
+        return usageError(arg + " needs a value");
+      }
+      std::string const format = text;
+      if (format == "s16") {
+        options->format = oru::PCM_S16;
+      } else if (format == "s32") {
+        options->format = oru::PCM_S32;
+      } else if (format == "float") {
+        options->format = oru::PCM_FLOAT;
+      } else {
+        return usageError("unknown format '" + format + "' (s16, s32 or float)");
+      }
+    } else if (arg == "-s" || arg == "--start") {
+      if (!value(&text) || !parseNumber(text, 0, 0x7FFFFFFF, &number)) {
+        return usageError(arg + " needs a number of milliseconds");
+      }
+      options->startMs = static_cast<unsigned>(number);
+    } else if (arg == "-l" || arg == "--log-level") {
+      if (!value(&text) || !parseNumber(text, 0, 6, &number)) {
+        return usageError(arg + " needs a level from 0 to 6");
+      }
+      options->logLevel = static_cast<int>(number);
+    } else if (arg.size() > 1 && arg[0] == '-') {
+      return usageError("unknown option '" + arg + "'");
+    } else {
+      options->inputs.push_back(arg);
+    }
+  }
+  if (options->inputs.empty()) {
+    return usageError("no input given");
+  }
+  return -1;
+}
+
+// The output device the options name, or null (with the reason printed).
+std::unique_ptr<oru::PlaybackDelegate> makeOutput(Options const& options) {
+  std::string const& output = options.output;
+  if (output.rfind("wav:", 0) == 0 && output.size() > 4) {
+    return std::make_unique<oru::host::WavFileOutput>(output.substr(4), options.rate,
+                                                      options.format, options.realtime);
+  }
+  if (output == "null") {
+    return std::make_unique<oru::host::NullOutput>(
+        options.realtime ? oru::host::NullOutput::kRealTime : oru::host::NullOutput::kUnpaced,
+        options.rate);
+  }
+  if (output.empty() || output == "alsa" || output.rfind("alsa:", 0) == 0) {
+    std::string const device = output.size() > 5 ? output.substr(5) : "default";
+    std::string reason;
+    if (!oru::host::AlsaOutput::probe(device, &reason)) {
+      if (output.empty()) {
+        std::fprintf(stderr,
+                     "oruplay: no sound card to play on (ALSA device '%s': %s).\n"
+                     "Write the audio to a file instead:  oruplay -o wav:out.wav INPUT...\n",
+                     device.c_str(), reason.c_str());
+      } else {
+        std::fprintf(stderr, "oruplay: cannot open ALSA device '%s': %s\n", device.c_str(),
+                     reason.c_str());
+      }
+      return nullptr;
+    }
+    return std::make_unique<oru::host::AlsaOutput>(device, options.rate);
+  }
+  std::fprintf(stderr, "oruplay: unknown output '%s' (alsa[:DEVICE], wav:PATH or null)\n",
+               output.c_str());
+  return nullptr;
+}
+
+std::string formatTime(unsigned ms) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%u:%02u.%u", ms / 60000, ms / 1000 % 60, ms / 100 % 10);
+  return text;
+}
+
+// Shows what plays. On a terminal one line is redrawn in place; otherwise a line is printed
+// whenever the input, the tags or the whole second change.
+class StatusLine {
+ public:
+  explicit StatusLine(bool enabled) : mEnabled(enabled), mTerminal(isatty(STDOUT_FILENO) != 0) {}
+
+  void show(oruplay::Session const& session) {
+    oruplay::Status const status = session.status();
+    if (!mEnabled || status.input < 0) {
+      return;
+    }
+    std::string line = "[" + std::to_string(status.input + 1) + "/" +
+                       std::to_string(session.inputCount()) + "] " +
+                       session.inputName(status.input) + "  " + formatTime(status.positionMs);
+    if (!status.title.empty() || !status.artist.empty()) {
+      line += "  " + status.artist + (status.artist.empty() ? "" : " - ") + status.title;
+    }
+    if (mTerminal) {
+      std::printf("\r\033[K%s", line.c_str());
+      std::fflush(stdout);
+      mDrawn = true;
+      return;
+    }
+    std::string const key = line.substr(0, line.find('.', line.rfind(':')));
+    if (key != mLastKey) {
+      std::printf("%s\n", line.c_str());
+      std::fflush(stdout);
+      mLastKey = key;
+    }
+  }
+
+  void finish() {
+    if (mDrawn) {
+      std::printf("\n");
+      std::fflush(stdout);
+      mDrawn = false;
+    }
+  }
+
+ private:
+  bool const mEnabled;
+  bool const mTerminal;
+  bool mDrawn = false;
+  std::string mLastKey;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  int const parsed = parseOptions(argc, argv, &options);
+  if (parsed >= 0) {
+    return parsed;
+  }
+
+  oru::host::StderrLogger logger(static_cast<oru::LogLevel>(options.logLevel));
+  oru::AudioPlayer::setLogger(&logger);
+  std::unique_ptr<oru::PlaybackDelegate> output = makeOutput(options);
+  if (!output) {
+    return kExitUsage;
+  }
+
+  struct sigaction interrupt {};
+  interrupt.sa_handler = onInterrupt;
+  sigaction(SIGINT, &interrupt, nullptr);
+  sigaction(SIGTERM, &interrupt, nullptr);
+
+  oruplay::Session session(options.inputs, options.startMs);
+  StatusLine status(!options.quiet);
+  bool interrupted = false;
+  {
+    oru::AudioPlayer player(&session, output.get(), nullptr, oru::AudioPlayer::TIMESTAMP_STREAM,
+                            nullptr);
+    session.start(player);
+    while (!session.waitUntilDone(100)) {
+      if (gInterrupted != 0) {
+        interrupted = true;
+        player.clearQueue(oru::AudioPlayer::CLEAR_ALL);
+        break;
+      }
+      status.show(session);
+    }
+    status.show(session);
+    status.finish();
+  }
+  output.reset();  // completes a WAV file
+  oru::AudioPlayer::setLogger(nullptr);
+
+  for (std::string const& failure : session.failures()) {
+    std::fprintf(stderr, "oruplay: %s\n", failure.c_str());
+  }
+  if (interrupted) {
+    std::fprintf(stderr, "oruplay: interrupted\n");
+    return kExitInterrupted;
+  }
+  return session.failures().empty() ? kExitOk : kExitInputFailed;
+}
