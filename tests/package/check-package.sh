@@ -40,6 +40,7 @@ cmake -S "$consumer" -B "$work/cmake-build" -G Ninja -DCMAKE_PREFIX_PATH="$prefi
   -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
 cmake --build "$work/cmake-build" >/dev/null
 "$work/cmake-build/consumer"
+"$work/cmake-build/host_consumer"
 
 echo "== pkg-config oruplay"
 pcdir=$(dirname "$(find "$prefix" -name oruplay.pc | head -n 1)")
