@@ -248,6 +248,11 @@ class ORU_EXPORT AudioPlayer {
   // No implementation: for subclasses that replace every operation.
   AudioPlayer();
 
+  // Stops the player (as its destruction does) ahead of the destructor, for a subclass that
+  // must be sure no event arrives while it takes down what its listener uses. The commands do
+  // nothing afterwards.
+  void shutdown();
+
  private:
   std::unique_ptr<Impl> mImpl;
 };

@@ -14,6 +14,8 @@ AudioPlayer::AudioPlayer() = default;
 
 AudioPlayer::~AudioPlayer() = default;
 
+void AudioPlayer::shutdown() { mImpl.reset(); }
+
 void AudioPlayer::setLogger(LoggingDelegate* logger) { LogMessage::setLogger(logger); }
 
 // A subclass built with the protected constructor replaces every operation; on it, these do

@@ -1,0 +1,370 @@
+#include <oru/GaplessPlayer.h>
+
+#include "gapless/AudioPlayerListener.h"
+
+#include <oru/Log.h>
+
+#include <sstream>
+
+namespace oru {
+namespace {
+
+constexpr char kTag[] = "GaplessPlayer";
+
+// Offsets and positions meet in 32 bits: an unset offset (all ones) is never passed.
+uint32_t low32(int64_t offset) { return static_cast<uint32_t>(offset); }
+
+}  // namespace
+
+GaplessPlayer::GaplessPlayer(EventListener* listener, PlaybackDelegate* hw,
+                             CommonTimeDelegate* clock, TrackTokenDelegate* tokenDelegate,
+                             TimestampMode mode, DecoderDelegateFactory* factory)
+    : GaplessPlayer(listener, new AudioPlayerListener(listener, this), hw, clock, tokenDelegate,
+                    mode, factory) {}
+
+GaplessPlayer::GaplessPlayer(EventListener* listener, AudioPlayerListener* playerListener,
+                             PlaybackDelegate* hw, CommonTimeDelegate* clock,
+                             TrackTokenDelegate* tokenDelegate, TimestampMode mode,
+                             DecoderDelegateFactory* factory)
+    : AudioPlayer(playerListener, hw, clock, mode, factory),
+      mHostListener(listener),
+      mPlayerListener(playerListener),
+      mTrackTokenDelegate(tokenDelegate) {}
+
+GaplessPlayer::~GaplessPlayer() {
+  // No event reaches the host once destruction has begun; the base player's threads, which
+  // call the listener and read the list, end before either goes.
+  mPlayerListener->mute();
+  shutdown();
+  delete mPlayerListener;  // and with it the host's listener
+  mPlayerListener = nullptr;
+  delete mTrackTokenDelegate;
+  mTrackTokenDelegate = nullptr;
+  std::lock_guard<std::mutex> lock(mListMutex);
+  mPendingGaplessStates.clear();
+  mLogicalTrackList.clear();
+}
+
+void GaplessPlayer::prepare(std::string trackId, PlayBehavior behavior, Resource const& resource,
+                            unsigned int startPosition, int progressReportDelayMs,
+                            int progressReportIntervalMs, Token const& token, int version) {
+  std::unique_ptr<Token> logicalToken(token.clone());
+  std::string const streamUrl = resource.uri;
+  LogMessage(LOG_INFO, kTag) << "prepare, trackId: " << trackId << " upstream_token: " << token;
+
+  std::unique_ptr<GaplessLogicalTrack> existing = getCurrentLogicalTrackFromStream(streamUrl);
+  bool openStream = true;
+  if (existing) {
+    LogMessage(LOG_INFO, kTag) << "prepare"
+                               << " stream already present in list, streamUrl: "
+                               << LogMessage::ipAddressFilter(streamUrl);
+    openStream = false;
+  }
+
+  bool addToList = true;
+  switch (behavior) {
+    case REPLACE_ALL:
+      LogMessage(LOG_INFO, kTag) << "prepare"
+                                 << " behavior: REPLACE_ALL";
+      if (existing && existing->trackId == trackId && existing->started) {
+        LogMessage(LOG_INFO, kTag)
+            << "prepare"
+            << " resume identified trackId: " << trackId << " streamUrl: " << streamUrl;
+        startPosition += low32(existing->startOffsetMs);
+        existing = updateTrackForReuse(std::move(existing), token);
+        addToList = false;
+      } else {
+        clearEnqueuedFromList();
+      }
+      openStream = true;
+      break;
+    case REPLACE_ENQUEUED:
+      LogMessage(LOG_INFO, kTag) << "prepare"
+                                 << " behavior: REPLACE_ENQUEUED";
+      clearEnqueuedFromList();
+      break;
+    case ENQUEUE:
+      LogMessage(LOG_INFO, kTag) << "prepare"
+                                 << " behavior: ENQUEUE";
+      if (isTrackAlreadyEnqueuedInList(trackId, streamUrl, token)) {
+        LogMessage(LOG_INFO, kTag)
+            << "prepare"
+            << " not adding trackId: " << trackId << ", streamUrl: " << streamUrl
+            << " as it is already present in list";
+        addToList = false;
+      }
+      break;
+    default:
+      LogMessage(LOG_INFO, kTag) << "prepare"
+                                 << " unknown behavior: " << static_cast<unsigned>(behavior);
+      break;
+  }
+
+  // A stream's physical token is shared by all its logical tracks; the list entries and the
+  // base player keep clones of it.
+  std::unique_ptr<PhysicalToken> physicalToken;
+  if (existing) {
+    physicalToken.reset(static_cast<PhysicalToken*>(existing->physicalToken->clone()));
+  } else {
+    physicalToken = std::make_unique<PhysicalToken>(streamUrl);
+  }
+  if (addToList) {
+    addTrackToLogicalTrackList(logicalToken.get(), trackId, streamUrl, physicalToken.get());
+  }
+  if (openStream) {
+    AudioPlayer::prepare(behavior, resource, startPosition, progressReportDelayMs,
+                         progressReportIntervalMs, *physicalToken, version);
+  }
+}
+
+void GaplessPlayer::play(Token const& token, long long commonTime) {
+  std::unique_ptr<GaplessLogicalTrack> track = getCurrentLogicalTrackFromLogicalToken(token);
+  if (!track) {
+    LogMessage(LOG_ERROR, kTag) << "play"
+                                << " Can't start playback for the token: " << token
+                                << " as no logical track found in logical track list!";
+    return;
+  }
+  LogMessage(LOG_INFO, kTag) << "play"
+                             << " token: " << *track->logicalToken
+                             << " , physicalStreamToken: " << *track->physicalToken;
+  AudioPlayer::play(*track->physicalToken, commonTime);
+}
+
+void GaplessPlayer::stop(bool isTransient) {
+  LogMessage(LOG_INFO, kTag) << "stop"
+                             << " isTransient: " << isTransient;
+  AudioPlayer::stop(isTransient);
+}
+
+void GaplessPlayer::clearQueue(ClearBehavior behavior) {
+  LogMessage(LOG_INFO, kTag) << "clearQueue"
+                             << " behavior: " << static_cast<int>(behavior);
+  clearEnqueuedFromList();
+  AudioPlayer::clearQueue(behavior);
+}
+
+namespace {
+
+// The first entry of `list` for which `matches` holds, copied; empty when none does.
+template <typename Matches>
+std::unique_ptr<GaplessLogicalTrack> firstCopy(std::list<GaplessLogicalTrack> const& list,
+                                               Matches matches) {
+  for (GaplessLogicalTrack const& entry : list) {
+    if (matches(entry)) {
+      return entry.clone();
+    }
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+std::unique_ptr<GaplessLogicalTrack> GaplessPlayer::getCurrentLogicalTrackFromPhysicalToken(
+    Token const& physicalToken) const {
+  std::lock_guard<std::mutex> lock(mListMutex);
+  return firstCopy(mLogicalTrackList, [&](GaplessLogicalTrack const& entry) {
+    return entry.physicalToken->compare(physicalToken) == 0;
+  });
+}
+
+std::unique_ptr<GaplessLogicalTrack> GaplessPlayer::getCurrentLogicalTrackFromStream(
+    std::string streamUrl) const {
+  std::lock_guard<std::mutex> lock(mListMutex);
+  return firstCopy(mLogicalTrackList,
+                   [&](GaplessLogicalTrack const& entry) { return entry.streamUrl == streamUrl; });
+}
+
+std::unique_ptr<GaplessLogicalTrack> GaplessPlayer::getCurrentLogicalTrackFromLogicalToken(
+    Token const& logicalToken) const {
+  std::lock_guard<std::mutex> lock(mListMutex);
+  return firstCopy(mLogicalTrackList, [&](GaplessLogicalTrack const& entry) {
+    return entry.logicalToken->compare(logicalToken) == 0;
+  });
+}
+
+void GaplessPlayer::onPhysicalStreamReady(Token const& physicalToken) {
+  std::lock_guard<std::mutex> lock(mListMutex);
+  removeTracksBeforeStream(physicalToken);
+  LogMessage(LOG_INFO, kTag) << "onPhysicalStreamReady"
+                             << " physicalStreamToken: " << physicalToken;
+}
+
+void GaplessPlayer::onPhysicalStreamStarted(Token const& physicalToken, unsigned int position) {
+  std::lock_guard<std::mutex> lock(mListMutex);
+  removeTracksBeforeStream(physicalToken);
+  if (mLogicalTrackList.empty()) {
+    return;
+  }
+  GaplessLogicalTrack& head = mLogicalTrackList.front();
+  // A head that already started (a resume) keeps its offset.
+  if (head.physicalToken->compare(physicalToken) == 0 && !head.started) {
+    head.startOffsetMs = position;
+    head.started = true;
+    LogMessage(LOG_INFO, kTag) << "onPhysicalStreamStarted"
+                               << " physicalStreamToken: " << physicalToken;
+  }
+}
+
+void GaplessPlayer::onPhysicalStreamFinished(Token const& physicalToken) {
+  std::lock_guard<std::mutex> lock(mListMutex);
+  LogMessage(LOG_INFO, kTag) << "onPhysicalStreamFinished"
+                             << " physicalStreamToken: " << physicalToken;
+  removeStreamFromLogicalTrackList(physicalToken);
+}
+
+void GaplessPlayer::onPhysicalStreamFailed(Token const& physicalToken) {
+  std::lock_guard<std::mutex> lock(mListMutex);
+  LogMessage(LOG_INFO, kTag) << "onPhysicalStreamFailed"
+                             << " failed physicalStreamToken: " << physicalToken;
+  removeStreamFromLogicalTrackList(physicalToken);
+}
+
+void GaplessPlayer::onReportIntervalElapsed(unsigned int position) {
+  std::lock_guard<std::mutex> lock(mListMutex);
+  auto entry = mLogicalTrackList.begin();
+  while (entry != mLogicalTrackList.end()) {
+    if (!entry->started) {
+      if (position <= low32(entry->startOffsetMs)) {
+        return;
+      }
+      LogMessage(LOG_INFO, kTag) << " playback started for trackId:" << entry->trackId
+                                 << " offsetMs: " << position;
+      entry->started = true;
+      mHostListener->playbackStarted(*entry->logicalToken, 0);
+      mHostListener->playbackNearlyFinished(*entry->logicalToken, 0);
+    }
+    if (position <= low32(entry->endOffsetMs)) {
+      return;
+    }
+    LogMessage(LOG_INFO, kTag) << " playback finished for trackId:" << entry->trackId
+                               << " offsetMs: " << position;
+    mHostListener->playbackFinished(*entry->logicalToken,
+                                    low32(entry->endOffsetMs) - low32(entry->startOffsetMs));
+    entry = mLogicalTrackList.erase(entry);
+  }
+}
+
+void GaplessPlayer::onGaplessInfoEvent(GaplessState state) {
+  std::ostringstream text;
+  text << "stateType:" << state.stateType << ", streamUrl:" << state.streamUrl
+       << ", trackId: " << state.trackId << ", offsetMs: " << state.offsetMs;
+  LogMessage(LOG_INFO, kTag) << "onGaplessInfoEvent"
+                             << " Gapless State Info : " << LogMessage::ipAddressFilter(text.str());
+
+  if (state.stateType == GaplessState::TRACK_START) {
+    std::lock_guard<std::mutex> lock(mListMutex);
+    for (GaplessLogicalTrack& entry : mLogicalTrackList) {
+      if (entry.trackId == state.trackId && !entry.started &&
+          entry.startOffsetMs == GaplessLogicalTrack::kOffsetUnset) {
+        entry.startOffsetMs = state.offsetMs;
+        LogMessage(LOG_INFO, kTag) << "updating startOffsetMs for trackId: " << entry.trackId
+                                   << " startOffsetMs: " << low32(state.offsetMs);
+        return;
+      }
+    }
+    LogMessage(LOG_WARNING, kTag) << "onGaplessInfoEvent"
+                                  << " No logical track to apply this state change to";
+    mPendingGaplessStates.push_back(state);
+  } else if (state.stateType == GaplessState::TRACK_END) {
+    // Unlike a start, an end for a track that is not in the list is not kept.
+    std::lock_guard<std::mutex> lock(mListMutex);
+    for (GaplessLogicalTrack& entry : mLogicalTrackList) {
+      if (entry.trackId == state.trackId &&
+          entry.endOffsetMs == GaplessLogicalTrack::kOffsetUnset) {
+        entry.endOffsetMs = state.offsetMs;
+        LogMessage(LOG_INFO, kTag) << "updating endOffsetMs for trackId: " << entry.trackId
+                                   << " endOffsetMs: " << low32(state.offsetMs);
+        return;
+      }
+    }
+  }
+}
+
+void GaplessPlayer::clearEnqueuedFromList() {
+  std::lock_guard<std::mutex> lock(mListMutex);
+  if (mLogicalTrackList.size() >= 2) {
+    mLogicalTrackList.erase(std::next(mLogicalTrackList.begin()), mLogicalTrackList.end());
+  }
+  mPendingGaplessStates.clear();
+}
+
+void GaplessPlayer::addTrackToLogicalTrackList(Token* logicalToken, std::string trackId,
+                                               std::string streamUrl,
+                                               PhysicalToken* physicalToken) {
+  std::list<GaplessState> pending;
+  {
+    std::lock_guard<std::mutex> lock(mListMutex);
+    pending.swap(mPendingGaplessStates);
+    LogMessage(LOG_INFO, kTag) << "addTrackToLogicalTrackList"
+                               << " Adding in list, trackId: " << trackId
+                               << ", streamUrl: " << LogMessage::ipAddressFilter(streamUrl);
+    mLogicalTrackList.emplace_back(std::unique_ptr<Token>(logicalToken->clone()),
+                                   std::move(trackId), std::move(streamUrl),
+                                   std::unique_ptr<Token>(physicalToken->clone()));
+  }
+  if (!pending.empty()) {
+    LogMessage(LOG_INFO, kTag) << "addTrackToLogicalTrackList"
+                               << " replay " << pending.size() << " GaplessState events";
+    for (GaplessState const& state : pending) {
+      onGaplessInfoEvent(state);
+    }
+  }
+}
+
+bool GaplessPlayer::isTrackAlreadyEnqueuedInList(std::string trackId, std::string streamUrl,
+                                                 Token const& token) {
+  std::lock_guard<std::mutex> lock(mListMutex);
+  if (mLogicalTrackList.size() < 2) {
+    return false;
+  }
+  // The head is the current track, not an enqueued one.
+  for (auto entry = std::next(mLogicalTrackList.begin()); entry != mLogicalTrackList.end();
+       ++entry) {
+    if (entry->streamUrl == streamUrl && entry->trackId == trackId) {
+      mTrackTokenDelegate->updateTrackToken(entry->logicalToken.get(), token);
+      return true;
+    }
+  }
+  return false;
+}
+
+std::unique_ptr<GaplessLogicalTrack> GaplessPlayer::updateTrackForReuse(
+    std::unique_ptr<GaplessLogicalTrack> track, Token const& token) {
+  std::lock_guard<std::mutex> lock(mListMutex);
+  for (GaplessLogicalTrack& entry : mLogicalTrackList) {
+    if (entry.streamUrl == track->streamUrl && entry.trackId == track->trackId &&
+        entry.logicalToken->compare(*track->logicalToken) == 0 &&
+        entry.physicalToken->compare(*track->physicalToken) == 0) {
+      mTrackTokenDelegate->updateTrackToken(entry.logicalToken.get(), token);
+      return entry.clone();
+    }
+  }
+  return track;
+}
+
+void GaplessPlayer::removeStreamFromLogicalTrackList(Token const& physicalToken) {
+  std::string streamUrl;
+  auto entry = mLogicalTrackList.begin();
+  while (entry != mLogicalTrackList.end()) {
+    if (entry->physicalToken->compare(physicalToken) != 0) {
+      ++entry;
+    } else if (streamUrl.empty()) {
+      streamUrl = entry->streamUrl;
+      entry = mLogicalTrackList.erase(entry);
+    } else if (streamUrl == entry->streamUrl) {
+      entry = mLogicalTrackList.erase(entry);
+    } else {
+      return;
+    }
+  }
+}
+
+void GaplessPlayer::removeTracksBeforeStream(Token const& physicalToken) {
+  while (!mLogicalTrackList.empty() &&
+         mLogicalTrackList.front().physicalToken->compare(physicalToken) != 0) {
+    mLogicalTrackList.pop_front();
+  }
+}
+
+}  // namespace oru
