@@ -195,6 +195,45 @@ TEST_F(OruplayTest, NoSoundCardAndNoOutput_SaysHowToWriteAFileInstead) {
   std::remove(emptyConfig.c_str());
 }
 
+TEST_F(OruplayTest, CueSheetAlbum_PlaysLikeItsFileWithTheStatusLineFollowingTheTracks) {
+  OruplayRun album({"--realtime", "-o", "wav:" + wav, fixture("album.cue")});
+  ASSERT_EQ(album.wait(), 0) << album.err();
+  std::string const out = album.out();
+  size_t const first =
+      out.find("[1/3] " + fixture("album.cue") + "  0:00.0  The Test Band - Opening");
+  size_t const second = out.find("[2/3] " + fixture("album.cue") + "  0:00.");
+  size_t const third = out.find("[3/3] " + fixture("album.cue") + "  0:00.");
+  ASSERT_NE(first, std::string::npos) << out;
+  ASSERT_NE(second, std::string::npos) << out;
+  ASSERT_NE(third, std::string::npos) << out;
+  EXPECT_LT(first, second);
+  EXPECT_LT(second, third);
+  EXPECT_NE(out.find("Guest Singer - Middle"), std::string::npos) << out;
+  EXPECT_NE(out.find("The Test Band - Closing"), std::string::npos) << out;
+
+  std::string const single = wav + ".single.wav";
+  OruplayRun file({"-q", "-o", "wav:" + single, fixture("album.flac")});
+  ASSERT_EQ(file.wait(), 0) << file.err();
+  std::string const albumBytes = readText(wav);
+  EXPECT_GT(albumBytes.size(), 44u + 3u * 48000u * 4u - 200u);
+  EXPECT_TRUE(albumBytes == readText(single)) << "the album plays exactly as its file does";
+  std::remove(single.c_str());
+}
+
+TEST_F(OruplayTest, CueSheetsItCannotPlay_AreReported) {
+  std::string const cue = ::testing::TempDir() + "oruplay-missing-file.cue";
+  std::ofstream(cue) << "FILE \"missing.flac\" WAVE\nTRACK 01 AUDIO\nINDEX 01 00:00:00\n";
+  OruplayRun missing({"-o", "null", cue});
+  EXPECT_EQ(missing.wait(), 1);
+  EXPECT_NE(missing.err().find("Failed to create demuxer (error 2)"), std::string::npos)
+      << missing.err();
+
+  OruplayRun mixed({"-o", "null", cue, fixture("tone.flac")});
+  EXPECT_EQ(mixed.wait(), 2);
+  EXPECT_NE(mixed.err().find("a cue sheet plays on its own"), std::string::npos);
+  std::remove(cue.c_str());
+}
+
 TEST_F(OruplayTest, HelpAndUsageErrors_HaveTheirExitStatus) {
   OruplayRun help({"--help"});
   EXPECT_EQ(help.wait(), 0);

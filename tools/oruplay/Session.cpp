@@ -7,23 +7,6 @@
 namespace oruplay {
 namespace {
 
-// Names an input by its place in the list.
-class InputToken : public oru::AudioPlayer::Token {
- public:
-  explicit InputToken(int index) : mIndex(index) {}
-  std::string toString() const override { return "input-" + std::to_string(mIndex); }
-  int compare(Token const& other) const override { return toString().compare(other.toString()); }
-  Token* clone() const override { return new InputToken(mIndex); }
-
-  static int indexOf(Token const& token) {
-    std::string const text = token.toString();
-    return std::stoi(text.substr(text.find('-') + 1));
-  }
-
- private:
-  int mIndex;
-};
-
 // The value of `key` (matched without regard to case) in the engine's metadata text,
 // {"key":"value",...}; empty when there is none.
 std::string metadataValue(std::string const& text, std::string const& key) {
@@ -48,6 +31,21 @@ std::string metadataValue(std::string const& text, std::string const& key) {
 constexpr int kProgressIntervalMs = 250;
 
 }  // namespace
+
+std::string describeFailure(std::string const& name, oru::AudioPlayer::MediaError error,
+                            std::string const& message) {
+  // The engine's messages end in ": " or a blank, ready for a detail that is not there.
+  std::string trimmed = message;
+  while (!trimmed.empty() && (trimmed.back() == ' ' || trimmed.back() == ':')) {
+    trimmed.pop_back();
+  }
+  return name + ": " + trimmed + " (error " + std::to_string(static_cast<int>(error)) + ")";
+}
+
+int InputToken::indexOf(Token const& token) {
+  std::string const text = token.toString();
+  return std::stoi(text.substr(text.find('-') + 1));
+}
 
 Session::Session(std::vector<std::string> inputs, unsigned startOffsetMs)
     : mInputs(std::move(inputs)), mStartOffsetMs(startOffsetMs) {}
@@ -150,12 +148,7 @@ void Session::playbackFailed(oru::AudioPlayer::Token const& token,
                              oru::AudioPlayer::Token const&, oru::AudioPlayer::State, unsigned) {
   std::lock_guard<std::mutex> lock(mMutex);
   int const index = InputToken::indexOf(token);
-  std::string trimmed = message;
-  while (!trimmed.empty() && (trimmed.back() == ' ' || trimmed.back() == ':')) {
-    trimmed.pop_back();
-  }
-  mFailures.push_back(inputName(index) + ": " + trimmed + " (error " +
-                      std::to_string(static_cast<int>(error)) + ")");
+  mFailures.push_back(describeFailure(inputName(index), error, message));
   endInputLocked(index);
 }
 

@@ -16,17 +16,44 @@ namespace oruplay {
 
 // What the status line shows.
 struct Status {
-  int input = -1;  // index of the playing input, -1 before the first starts
+  int input = -1;  // index of the playing input or track, -1 before the first starts
   unsigned positionMs = 0;
-  std::string title;   // from the stream's metadata, when it has one
+  std::string title;   // from the stream's metadata or the cue sheet, when there is one
   std::string artist;  //
 };
+
+// What plays, for the status line. Any thread.
+class StatusSource {
+ public:
+  virtual ~StatusSource() = default;
+  virtual Status status() const = 0;
+  virtual int inputCount() const = 0;
+  virtual std::string const& inputName(int index) const = 0;
+};
+
+// Names an input (or a track of an album) by its place: "input-3".
+class InputToken : public oru::AudioPlayer::Token {
+ public:
+  explicit InputToken(int index) : mIndex(index) {}
+  std::string toString() const override { return "input-" + std::to_string(mIndex); }
+  int compare(Token const& other) const override { return toString().compare(other.toString()); }
+  Token* clone() const override { return new InputToken(mIndex); }
+
+  static int indexOf(Token const& token);
+
+ private:
+  int mIndex;
+};
+
+// "NAME: message (error N)" for a failure the player reported.
+std::string describeFailure(std::string const& name, oru::AudioPlayer::MediaError error,
+                            std::string const& message);
 
 // Plays a list of inputs through one player, back to back: each input that becomes ready is
 // played, the next one is prepared as soon as the current one starts, and an input that fails
 // is reported and passed over. The listener operations run on the player's command thread;
 // start(), waitUntilDone(), status() and failures() on the main thread.
-class Session : public oru::AudioPlayer::EventListener {
+class Session : public oru::AudioPlayer::EventListener, public StatusSource {
  public:
   Session(std::vector<std::string> inputs, unsigned startOffsetMs);
 
@@ -34,10 +61,12 @@ class Session : public oru::AudioPlayer::EventListener {
   void start(oru::AudioPlayer& player);
   // Waits until every input has played or failed, or the timeout passed; true when done.
   bool waitUntilDone(int timeoutMs);
-  Status status() const;
+  Status status() const override;
   std::vector<std::string> failures() const;
-  std::string const& inputName(int index) const { return mInputs[static_cast<size_t>(index)]; }
-  int inputCount() const { return static_cast<int>(mInputs.size()); }
+  std::string const& inputName(int index) const override {
+    return mInputs[static_cast<size_t>(index)];
+  }
+  int inputCount() const override { return static_cast<int>(mInputs.size()); }
 
   void trackReady(oru::AudioPlayer::Token const& token, bool afterFailure) override;
   void playbackStarted(oru::AudioPlayer::Token const& token, unsigned positionMs) override;

@@ -1,8 +1,12 @@
 // oruplay: plays files, HTTP(S) streams or standard input through liboruplay, one after the
-// other, to the sound card, a WAV file or nowhere, with a live status line.
+// other, or an album in one file described by a cue sheet, to the sound card, a WAV file or
+// nowhere, with a live status line.
+#include "AlbumSession.h"
+#include "CueSheet.h"
 #include "Session.h"
 
 #include <oru/AudioPlayer.h>
+#include <oru/GaplessPlayer.h>
 #include <oru/host/AlsaOutput.h>
 #include <oru/host/NullOutput.h>
 #include <oru/host/StderrLogger.h>
@@ -14,6 +18,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -28,6 +33,7 @@ constexpr int kExitInterrupted = 130;
 char const kUsage[] =
     "Usage: oruplay [OPTIONS] INPUT...\n"
     "Plays each INPUT in turn: a file, an http:// or https:// URL, or - for standard input.\n"
+    "A cue sheet (ALBUM.cue, given alone) plays the album file it names, track by track.\n"
     "\n"
     "  -o, --output OUT     alsa[:DEVICE] (the sound card; default), wav:PATH or null\n"
     "  -r, --rate HZ        output rate (default 48000); every input is converted to it\n"
@@ -65,6 +71,11 @@ bool parseNumber(char const* text, long minimum, long maximum, long* value) {
   }
   *value = parsed;
   return true;
+}
+
+bool isCueSheet(std::string const& input) {
+  return input.size() > 4 && (input.compare(input.size() - 4, 4, ".cue") == 0 ||
+                              input.compare(input.size() - 4, 4, ".CUE") == 0);
 }
 
 // Fills `options` from the command line; returns -1 to go on, or the exit status.
@@ -134,6 +145,11 @@ int parseOptions(int argc, char** argv, Options* options) {
   if (options->inputs.empty()) {
     return usageError("no input given");
   }
+  for (std::string const& input : options->inputs) {
+    if (isCueSheet(input) && options->inputs.size() > 1) {
+      return usageError("a cue sheet plays on its own");
+    }
+  }
   return -1;
 }
 
@@ -171,6 +187,12 @@ std::unique_ptr<oru::PlaybackDelegate> makeOutput(Options const& options) {
   return nullptr;
 }
 
+// An album's tracks are never prepared twice, so the stored tokens need no update.
+class NoTokenUpdates : public oru::GaplessPlayer::TrackTokenDelegate {
+ public:
+  void updateTrackToken(oru::AudioPlayer::Token*, oru::AudioPlayer::Token const&) override {}
+};
+
 std::string formatTime(unsigned ms) {
   char text[32];
   std::snprintf(text, sizeof text, "%u:%02u.%u", ms / 60000, ms / 1000 % 60, ms / 100 % 10);
@@ -183,7 +205,7 @@ class StatusLine {
  public:
   explicit StatusLine(bool enabled) : mEnabled(enabled), mTerminal(isatty(STDOUT_FILENO) != 0) {}
 
-  void show(oruplay::Session const& session) {
+  void show(oruplay::StatusSource const& session) {
     oruplay::Status const status = session.status();
     if (!mEnabled || status.input < 0) {
       return;
@@ -244,33 +266,57 @@ int main(int argc, char** argv) {
   sigaction(SIGINT, &interrupt, nullptr);
   sigaction(SIGTERM, &interrupt, nullptr);
 
-  oruplay::Session session(options.inputs, options.startMs);
   StatusLine status(!options.quiet);
   bool interrupted = false;
-  {
-    oru::AudioPlayer player(&session, output.get(), nullptr, oru::AudioPlayer::TIMESTAMP_STREAM,
-                            nullptr);
-    session.start(player);
-    while (!session.waitUntilDone(100)) {
+  std::vector<std::string> failures;
+  // Shows the status until `waitUntilDone` says done; on Ctrl-C clears the player's queue.
+  auto run = [&](oruplay::StatusSource const& source, std::function<bool(int)> waitUntilDone,
+                 oru::AudioPlayer& player) {
+    while (!waitUntilDone(100)) {
       if (gInterrupted != 0) {
         interrupted = true;
         player.clearQueue(oru::AudioPlayer::CLEAR_ALL);
         break;
       }
-      status.show(session);
+      status.show(source);
     }
-    status.show(session);
+    status.show(source);
     status.finish();
+  };
+
+  std::string const& first = options.inputs.front();
+  if (isCueSheet(first)) {
+    oruplay::CueSheet sheet;
+    std::string error;
+    if (!oruplay::CueSheet::read(first, &sheet, &error)) {
+      std::fprintf(stderr, "oruplay: %s: %s\n", first.c_str(), error.c_str());
+      return kExitInputFailed;
+    }
+    auto* album = new oruplay::AlbumSession(sheet, first);  // the player owns it
+    oru::GaplessPlayer player(album, output.get(), nullptr, new NoTokenUpdates,
+                              oru::AudioPlayer::TIMESTAMP_STREAM, nullptr);
+    album->start(player);
+    run(
+        *album, [album](int ms) { return album->waitUntilDone(ms); }, player);
+    failures = album->failures();
+  } else {
+    oruplay::Session session(options.inputs, options.startMs);
+    oru::AudioPlayer player(&session, output.get(), nullptr, oru::AudioPlayer::TIMESTAMP_STREAM,
+                            nullptr);
+    session.start(player);
+    run(
+        session, [&session](int ms) { return session.waitUntilDone(ms); }, player);
+    failures = session.failures();
   }
   output.reset();  // completes a WAV file
   oru::AudioPlayer::setLogger(nullptr);
 
-  for (std::string const& failure : session.failures()) {
+  for (std::string const& failure : failures) {
     std::fprintf(stderr, "oruplay: %s\n", failure.c_str());
   }
   if (interrupted) {
     std::fprintf(stderr, "oruplay: interrupted\n");
     return kExitInterrupted;
   }
-  return session.failures().empty() ? kExitOk : kExitInputFailed;
+  return failures.empty() ? kExitOk : kExitInputFailed;
 }

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "CueSheet.h"
+#include "Session.h"
+
+#include <oru/GaplessPlayer.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace oruplay {
+
+// Plays the album a cue sheet describes: its one file is opened once through a GaplessPlayer,
+// every track of the sheet is prepared as a logical track of that stream, and each track's
+// start and end are announced as gapless state events, so that the player reports each track
+// as it plays. The listener operations run on the player's threads (some with its list mutex
+// held: they never call the player then); the rest on the main thread.
+class AlbumSession : public oru::AudioPlayer::EventListener, public StatusSource {
+ public:
+  AlbumSession(CueSheet sheet, std::string cuePath);
+
+  // Prepares every track and announces their offsets. The player must outlive the session's
+  // use of it.
+  void start(oru::GaplessPlayer& player);
+  // Waits until the album has played or failed, or the timeout passed; true when done. On
+  // the main thread, also notices a file shorter than its sheet.
+  bool waitUntilDone(int timeoutMs);
+  std::vector<std::string> failures() const;
+
+  Status status() const override;
+  int inputCount() const override { return static_cast<int>(mSheet.tracks.size()); }
+  std::string const& inputName(int) const override { return mCuePath; }
+
+  void trackReady(oru::AudioPlayer::Token const& token, bool afterFailure) override;
+  void playbackStarted(oru::AudioPlayer::Token const& token, unsigned positionMs) override;
+  void playbackNearlyFinished(oru::AudioPlayer::Token const&, unsigned) override {}
+  void progressReportDelayElapsed(oru::AudioPlayer::Token const&, unsigned) override {}
+  void progressReportIntervalElapsed(oru::AudioPlayer::Token const& token,
+                                     unsigned positionMs) override;
+  void playbackStutterStarted(oru::AudioPlayer::Token const&, unsigned) override {}
+  void playbackStutterFinished(oru::AudioPlayer::Token const&, unsigned, unsigned) override {}
+  void playbackFinished(oru::AudioPlayer::Token const& token, unsigned positionMs) override;
+  void playbackFailed(oru::AudioPlayer::Token const& token, oru::AudioPlayer::MediaError error,
+                      std::string const& message, oru::AudioPlayer::Token const& currentToken,
+                      oru::AudioPlayer::State state, unsigned positionMs) override;
+  void playbackStopped(oru::AudioPlayer::Token const&, unsigned) override {}
+  void playbackPaused(oru::AudioPlayer::Token const&, unsigned) override {}
+  void playbackResumed(oru::AudioPlayer::Token const&, unsigned) override {}
+  void playbackQueueCleared() override {}
+  void streamMetadataExtracted(oru::AudioPlayer::Token const&, std::string const&) override {}
+  void progressReportIntervalUpdated(oru::AudioPlayer::Token const&, unsigned,
+                                     oru::AudioPlayer::State) override {}
+
+ private:
+  CueSheet const mSheet;
+  std::string const mCuePath;
+  oru::GaplessPlayer* mPlayer = nullptr;
+
+  // Guards everything below.
+  mutable std::mutex mMutex;
+  std::condition_variable mChanged;
+  int mLastFinished = -1;  // index of the last track reported finished
+  bool mDone = false;
+  Status mStatus;
+  std::vector<std::string> mFailures;
+};
+
+}  // namespace oruplay
