@@ -1,5 +1,7 @@
 #include <oru/host/AlsaOutput.h>
 
+#include "Capabilities.h"
+
 #include <oru/Decoder.h>
 
 #include <alsa/asoundlib.h>
@@ -8,8 +10,6 @@
 
 namespace oru::host {
 namespace {
-
-AudioFormat const kFormats[] = {PCM_S16, PCM_S32, PCM_FLOAT};
 
 void ignoreAlsaError(char const*, int, char const*, int, char const*, ...) {}
 
@@ -161,14 +161,7 @@ long long AlsaOutput::getPlayedFrames() {
 }
 
 PlaybackCapabilities AlsaOutput::getPlaybackConfig() {
-  PlaybackCapabilities caps;
-  caps.supportedRates = &mRate;
-  caps.supportedRateCount = 1;
-  caps.defaultRate = static_cast<int>(mRate);
-  caps.preferredFormat = PCM_S16;
-  caps.supportedFormats = kFormats;
-  caps.supportedFormatCount = 3;
-  return caps;
+  return oneRateCapabilities(mRate, PCM_S16, kAllFormats, 3);
 }
 
 }  // namespace oru::host

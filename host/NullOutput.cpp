@@ -1,11 +1,12 @@
 #include <oru/host/NullOutput.h>
 
+#include "Capabilities.h"
+
 #include <thread>
 
 namespace oru::host {
 namespace {
 
-AudioFormat const kFormats[] = {PCM_S16, PCM_S32, PCM_FLOAT};
 constexpr auto kUnderrunWait = std::chrono::milliseconds(10);
 constexpr auto kUnpacedUnderrunWait = std::chrono::milliseconds(1);
 
@@ -42,14 +43,7 @@ long long NullOutput::getPlayedFrames() {
 }
 
 PlaybackCapabilities NullOutput::getPlaybackConfig() {
-  PlaybackCapabilities caps;
-  caps.supportedRates = &mRate;
-  caps.supportedRateCount = 1;
-  caps.defaultRate = static_cast<int>(mRate);
-  caps.preferredFormat = PCM_S16;
-  caps.supportedFormats = kFormats;
-  caps.supportedFormatCount = 3;
-  return caps;
+  return oneRateCapabilities(mRate, PCM_S16, kAllFormats, 3);
 }
 
 }  // namespace oru::host

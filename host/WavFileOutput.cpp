@@ -1,5 +1,7 @@
 #include <oru/host/WavFileOutput.h>
 
+#include "Capabilities.h"
+
 #include <oru/Decoder.h>
 
 #include <algorithm>
@@ -118,14 +120,7 @@ long long WavFileOutput::getPlayedFrames() {
 }
 
 PlaybackCapabilities WavFileOutput::getPlaybackConfig() {
-  PlaybackCapabilities caps;
-  caps.supportedRates = &mRate;
-  caps.supportedRateCount = 1;
-  caps.defaultRate = static_cast<int>(mRate);
-  caps.preferredFormat = mFormat;
-  caps.supportedFormats = &mFormat;
-  caps.supportedFormatCount = 1;
-  return caps;
+  return oneRateCapabilities(mRate, mFormat, &mFormat, 1);
 }
 
 }  // namespace oru::host

@@ -1,29 +1,17 @@
 // Many tracks made and dropped in a row, some while the renderer holds them: no thread and no
 // memory (the sanitizer builds check that) may be left behind.
+#include "ThreadCount.h"
 #include "TrackHarness.h"
 
 #include <gtest/gtest.h>
 
-#include <dirent.h>
-
 namespace oru {
 namespace {
-
-int threadCount() {
-  int count = 0;
-  if (DIR* tasks = opendir("/proc/self/task")) {
-    while (dirent* entry = readdir(tasks)) {
-      count += entry->d_name[0] != '.' ? 1 : 0;
-    }
-    closedir(tasks);
-  }
-  return count;
-}
 
 TEST(TrackLifecycleStressTest, CreatingAndDestroyingManyTracks_LeavesNoThreadBehind) {
   // A first harness lets the runtime start what it starts once (a sanitizer's own thread).
   { test::TrackHarness warmUp; }
-  int const before = threadCount();
+  int const before = test::threadCount();
   {
     test::TrackHarness harness;
     for (int i = 0; i < 300; ++i) {
@@ -34,7 +22,7 @@ TEST(TrackLifecycleStressTest, CreatingAndDestroyingManyTracks_LeavesNoThreadBeh
       harness.track.reset();
     }
   }
-  EXPECT_EQ(threadCount(), before);
+  EXPECT_EQ(test::threadCount(), before);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include "RecordingPlayerListener.h"
 #include "ScriptedDevice.h"
 #include "SettableClock.h"
+#include "ThreadCount.h"
 #include "WaitFor.h"
 #include "decode/FFmpeg.h"
 #include "player/AudioPlayerImpl.h"
@@ -15,8 +16,6 @@
 #include <oru/host/NullOutput.h>
 
 #include <gtest/gtest.h>
-
-#include <dirent.h>
 
 #include <memory>
 #include <sstream>
@@ -382,17 +381,6 @@ TEST(AudioPlayerConfigTest, UnusableCapabilitiesOrVersion_FailEveryPrepare) {
   }
 }
 
-int threadCount() {
-  int count = 0;
-  if (DIR* tasks = opendir("/proc/self/task")) {
-    while (dirent* entry = readdir(tasks)) {
-      count += entry->d_name[0] != '.' ? 1 : 0;
-    }
-    closedir(tasks);
-  }
-  return count;
-}
-
 class AudioPlayerDestructionTest : public ::testing::Test {
  protected:
   AudioPlayerDestructionTest() {
@@ -405,7 +393,7 @@ class AudioPlayerDestructionTest : public ::testing::Test {
 };
 
 TEST_F(AudioPlayerDestructionTest, WhilePlaying_ReturnsAndLeavesNoThread) {
-  int const before = threadCount();
+  int const before = test::threadCount();
   host::NullOutput output(host::NullOutput::kRealTime);
   {
     AudioPlayer player(&listener, &output, nullptr, AudioPlayer::TIMESTAMP_STREAM, nullptr);
@@ -414,12 +402,12 @@ TEST_F(AudioPlayerDestructionTest, WhilePlaying_ReturnsAndLeavesNoThread) {
     player.play(NamedToken("a"), 0);
     ASSERT_TRUE(listener.waitFor("playbackStarted a"));
   }
-  EXPECT_EQ(threadCount(), before);
+  EXPECT_EQ(test::threadCount(), before);
   EXPECT_FALSE(contains(listener.events(), "playbackFinished")) << "destroyed mid-track";
 }
 
 TEST_F(AudioPlayerDestructionTest, WhileATrackPrebuffers_ReturnsAndLeavesNoThread) {
-  int const before = threadCount();
+  int const before = test::threadCount();
   host::NullOutput output(host::NullOutput::kRealTime);
   {
     AudioPlayer player(&listener, &output, nullptr, AudioPlayer::TIMESTAMP_STREAM, nullptr);
@@ -427,11 +415,11 @@ TEST_F(AudioPlayerDestructionTest, WhileATrackPrebuffers_ReturnsAndLeavesNoThrea
     player.prepare(AudioPlayer::ENQUEUE, media("tone.mp3"), 0, -1, -1, NamedToken("b"), 1);
     ASSERT_TRUE(listener.waitFor("trackReady a"));
   }
-  EXPECT_EQ(threadCount(), before);
+  EXPECT_EQ(test::threadCount(), before);
 }
 
 TEST_F(AudioPlayerDestructionTest, WhileADataCallbackBlocks_CancelsItAndLeavesNoThread) {
-  int const before = threadCount();
+  int const before = test::threadCount();
   host::NullOutput output(host::NullOutput::kRealTime);
   GatedSource source;
   {
@@ -439,7 +427,7 @@ TEST_F(AudioPlayerDestructionTest, WhileADataCallbackBlocks_CancelsItAndLeavesNo
     player.prepare(AudioPlayer::REPLACE_ALL, source.resource(), 0, -1, -1, NamedToken("a"), 1);
     ASSERT_TRUE(source.waitUntilReading());
   }
-  EXPECT_EQ(threadCount(), before);
+  EXPECT_EQ(test::threadCount(), before);
   EXPECT_EQ(source.cancels, 1);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "CueSheet.h"
+#include "QuietListener.h"
 #include "Session.h"
 
 #include <oru/GaplessPlayer.h>
@@ -17,7 +18,7 @@ namespace oruplay {
 // start and end are announced as gapless state events, so that the player reports each track
 // as it plays. The listener operations run on the player's threads (some with its list mutex
 // held: they never call the player then); the rest on the main thread.
-class AlbumSession : public oru::AudioPlayer::EventListener, public StatusSource {
+class AlbumSession : public QuietListener, public StatusSource {
  public:
   AlbumSession(CueSheet sheet, std::string cuePath);
 
@@ -35,23 +36,12 @@ class AlbumSession : public oru::AudioPlayer::EventListener, public StatusSource
 
   void trackReady(oru::AudioPlayer::Token const& token, bool afterFailure) override;
   void playbackStarted(oru::AudioPlayer::Token const& token, unsigned positionMs) override;
-  void playbackNearlyFinished(oru::AudioPlayer::Token const&, unsigned) override {}
-  void progressReportDelayElapsed(oru::AudioPlayer::Token const&, unsigned) override {}
   void progressReportIntervalElapsed(oru::AudioPlayer::Token const& token,
                                      unsigned positionMs) override;
-  void playbackStutterStarted(oru::AudioPlayer::Token const&, unsigned) override {}
-  void playbackStutterFinished(oru::AudioPlayer::Token const&, unsigned, unsigned) override {}
   void playbackFinished(oru::AudioPlayer::Token const& token, unsigned positionMs) override;
   void playbackFailed(oru::AudioPlayer::Token const& token, oru::AudioPlayer::MediaError error,
                       std::string const& message, oru::AudioPlayer::Token const& currentToken,
                       oru::AudioPlayer::State state, unsigned positionMs) override;
-  void playbackStopped(oru::AudioPlayer::Token const&, unsigned) override {}
-  void playbackPaused(oru::AudioPlayer::Token const&, unsigned) override {}
-  void playbackResumed(oru::AudioPlayer::Token const&, unsigned) override {}
-  void playbackQueueCleared() override {}
-  void streamMetadataExtracted(oru::AudioPlayer::Token const&, std::string const&) override {}
-  void progressReportIntervalUpdated(oru::AudioPlayer::Token const&, unsigned,
-                                     oru::AudioPlayer::State) override {}
 
  private:
   CueSheet const mSheet;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "QuietListener.h"
 #include "StdinSource.h"
 
 #include <oru/AudioPlayer.h>
@@ -53,7 +54,7 @@ std::string describeFailure(std::string const& name, oru::AudioPlayer::MediaErro
 // played, the next one is prepared as soon as the current one starts, and an input that fails
 // is reported and passed over. The listener operations run on the player's command thread;
 // start(), waitUntilDone(), status() and failures() on the main thread.
-class Session : public oru::AudioPlayer::EventListener, public StatusSource {
+class Session : public QuietListener, public StatusSource {
  public:
   Session(std::vector<std::string> inputs, unsigned startOffsetMs);
 
@@ -71,23 +72,14 @@ class Session : public oru::AudioPlayer::EventListener, public StatusSource {
   void trackReady(oru::AudioPlayer::Token const& token, bool afterFailure) override;
   void playbackStarted(oru::AudioPlayer::Token const& token, unsigned positionMs) override;
   void playbackNearlyFinished(oru::AudioPlayer::Token const& token, unsigned positionMs) override;
-  void progressReportDelayElapsed(oru::AudioPlayer::Token const&, unsigned) override {}
   void progressReportIntervalElapsed(oru::AudioPlayer::Token const& token,
                                      unsigned positionMs) override;
-  void playbackStutterStarted(oru::AudioPlayer::Token const&, unsigned) override {}
-  void playbackStutterFinished(oru::AudioPlayer::Token const&, unsigned, unsigned) override {}
   void playbackFinished(oru::AudioPlayer::Token const& token, unsigned positionMs) override;
   void playbackFailed(oru::AudioPlayer::Token const& token, oru::AudioPlayer::MediaError error,
                       std::string const& message, oru::AudioPlayer::Token const& currentToken,
                       oru::AudioPlayer::State state, unsigned positionMs) override;
-  void playbackStopped(oru::AudioPlayer::Token const&, unsigned) override {}
-  void playbackPaused(oru::AudioPlayer::Token const&, unsigned) override {}
-  void playbackResumed(oru::AudioPlayer::Token const&, unsigned) override {}
-  void playbackQueueCleared() override {}
   void streamMetadataExtracted(oru::AudioPlayer::Token const& token,
                                std::string const& metadata) override;
-  void progressReportIntervalUpdated(oru::AudioPlayer::Token const&, unsigned,
-                                     oru::AudioPlayer::State) override {}
 
  private:
   // Caller holds mMutex. Prepares input `index` with `behavior`.

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <oru/AudioPlayer.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace oru::host {
+
+// What a reference output reports: one rate, which is also the default, and the formats it
+// takes. The arrays stay owned by the caller.
+inline PlaybackCapabilities oneRateCapabilities(uint32_t const& rate, AudioFormat preferred,
+                                                AudioFormat const* formats, size_t count) {
+  PlaybackCapabilities caps;
+  caps.supportedRates = &rate;
+  caps.supportedRateCount = 1;
+  caps.defaultRate = static_cast<int>(rate);
+  caps.preferredFormat = preferred;
+  caps.supportedFormats = formats;
+  caps.supportedFormatCount = count;
+  return caps;
+}
+
+// The three formats the engine exchanges with a device.
+inline constexpr AudioFormat kAllFormats[] = {PCM_S16, PCM_S32, PCM_FLOAT};
+
+}  // namespace oru::host
