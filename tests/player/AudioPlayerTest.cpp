@@ -8,6 +8,7 @@
 #include "ScriptedDevice.h"
 #include "SettableClock.h"
 #include "ThreadCount.h"
+#include "TimestampModes.h"
 #include "WaitFor.h"
 #include "decode/FFmpeg.h"
 #include "player/AudioPlayerImpl.h"
@@ -271,15 +272,8 @@ TEST_P(AudioPlayerModeTest, StopAndPlayAgain_ReportStoppedStartedPausedResumedTh
                 "playbackPaused a", "playbackResumed a", "playbackFinished a"}));
 }
 
-INSTANTIATE_TEST_SUITE_P(AllModes, AudioPlayerModeTest,
-                         ::testing::Values(AudioPlayer::TIMESTAMP_STREAM,
-                                           AudioPlayer::TIMESTAMP_LOCAL,
-                                           AudioPlayer::TIMESTAMP_COMMON),
-                         [](auto const& info) {
-                           return info.param == AudioPlayer::TIMESTAMP_STREAM  ? "Stream"
-                                  : info.param == AudioPlayer::TIMESTAMP_LOCAL ? "Local"
-                                                                               : "Common";
-                         });
+INSTANTIATE_TEST_SUITE_P(AllModes, AudioPlayerModeTest, test::allTimestampModes(),
+                         test::timestampModeName);
 
 TEST_F(AudioPlayerTest, CommandsOnAnEmptyOrWrongQueue_AreHarmless) {
   start();

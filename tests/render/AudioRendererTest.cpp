@@ -4,6 +4,7 @@
 #include "ScriptedDevice.h"
 #include "ScriptedTrack.h"
 #include "SettableClock.h"
+#include "TimestampModes.h"
 
 #include <gtest/gtest.h>
 
@@ -95,15 +96,8 @@ TEST_P(AudioRendererModeTest, PlaysATrackToItsEnd_EveryFrameInOrderAtItsTime) {
       logger.contains(LOG_INFO, "AudioRenderer", "written 1899 frames, played 1899 frames"));
 }
 
-INSTANTIATE_TEST_SUITE_P(AllModes, AudioRendererModeTest,
-                         ::testing::Values(AudioPlayer::TIMESTAMP_STREAM,
-                                           AudioPlayer::TIMESTAMP_LOCAL,
-                                           AudioPlayer::TIMESTAMP_COMMON),
-                         [](auto const& info) {
-                           return info.param == AudioPlayer::TIMESTAMP_STREAM  ? "Stream"
-                                  : info.param == AudioPlayer::TIMESTAMP_LOCAL ? "Local"
-                                                                               : "Common";
-                         });
+INSTANTIATE_TEST_SUITE_P(AllModes, AudioRendererModeTest, test::allTimestampModes(),
+                         test::timestampModeName);
 
 TEST_F(AudioRendererTest, PartialWrites_OfferTheRestAtOnceWithTheTimeMovedOn) {
   device.setMaxFramesPerWrite(100);
