@@ -1,5 +1,7 @@
 #include "decode/AVDemuxer.h"
 
+#include "render/Duration.h"
+
 #include <oru/Log.h>
 
 #include <cstdio>
@@ -16,7 +18,6 @@ constexpr char kTag[] = "AVDemuxer";
 constexpr int kCustomIOBufferSize = 8192;
 // Bounds how much must arrive before playback can begin.
 constexpr int kProbeSize = 65536;
-constexpr int64_t kNsPerSecond = 1000000000;
 
 }  // namespace
 

@@ -1,5 +1,7 @@
 #include "render/AudioRenderer.h"
 
+#include "render/Duration.h"
+
 #include <oru/Log.h>
 
 #include <unistd.h>
@@ -11,7 +13,6 @@ namespace oru {
 namespace {
 
 constexpr char kTag[] = "AudioRenderer";
-constexpr int64_t kNsPerSecond = 1000000000;
 // A buffer whose local time misses the prediction by more than this re-initialises drift
 // correction with fresh rates from the clock.
 constexpr uint64_t kMaxPredictionMissNs = 4000000;
@@ -339,8 +340,6 @@ void AudioRenderer::reallocResamplingBuffer(size_t bytes) {
   }
 }
 
-int64_t AudioRenderer::framesToNs(int64_t frames) const {
-  return mRate > 0 ? frames * kNsPerSecond / mRate : 0;
-}
+int64_t AudioRenderer::framesToNs(int64_t frames) const { return oru::framesToNs(frames, mRate); }
 
 }  // namespace oru

@@ -1,5 +1,7 @@
 #include "render/LibavResampler.h"
 
+#include "render/Duration.h"
+
 #include <oru/Log.h>
 
 #include <algorithm>
@@ -13,7 +15,6 @@ namespace oru {
 namespace {
 
 constexpr char kTag[] = "LibavResampler";
-constexpr int64_t kNsPerSecond = 1000000000;
 
 // The device formats and FFmpeg's packed formats, one to one; anything else has no match.
 int toAudioFormat(int sampleFormat) {
@@ -173,7 +174,7 @@ PcmBuffer* LibavResampler::resample(AVFrameHandle const& frame, AVRational timeB
         mWrapper->rescale(pts, static_cast<int64_t>(timeBase.num) * kNsPerSecond, timeBase.den);
     if (mFirstTimestamp == AV_NOPTS_VALUE) {
       int64_t const delay = mWrapper->swrGetDelay(mConverter, mOutputRate);
-      mFirstTimestamp = time + delay * kNsPerSecond / mOutputRate;
+      mFirstTimestamp = time + framesToNs(delay, mOutputRate);
       LogMessage(LOG_INFO, kTag) << this << ": FirstTs: " << time << " resamplerDelay: " << delay
                                  << " FirstTsCorrected: " << mFirstTimestamp;
       buffer->pts = 0;
@@ -187,7 +188,7 @@ PcmBuffer* LibavResampler::resample(AVFrameHandle const& frame, AVRational timeB
   buffer->channels = frame->channels;
   buffer->size = static_cast<uint32_t>(bytesPerFrame * converted);
   buffer->channelLayout = static_cast<uint64_t>(frame->channel_layout);
-  buffer->duration = static_cast<int64_t>(converted) * kNsPerSecond / mOutputRate;
+  buffer->duration = framesToNs(converted, mOutputRate);
   return buffer;
 }
 
