@@ -81,6 +81,17 @@ class GaplessPlayerTest : public ::testing::Test {
   }
   PhysicalToken album() const { return PhysicalToken(test::fixture("album.flac")); }
 
+  // Logical tracks a and b on the album, b starting where a ends; the stream has started, so
+  // a has too.
+  void startAlbumWithTrackChangeAt(int64_t offsetMs) {
+    prepare("A", AudioPlayer::REPLACE_ALL, "album.flac", "a");
+    prepare("B", AudioPlayer::ENQUEUE, "album.flac", "b");
+    ASSERT_TRUE(events->waitFor("trackReady a"));
+    state(State::TRACK_END, "A", offsetMs);
+    state(State::TRACK_START, "B", offsetMs);
+    player->onPhysicalStreamStarted(album(), 0);
+  }
+
   test::RecordingLogger logger;
   test::ScriptedDevice device;
   test::SettableClock clock;
@@ -118,12 +129,7 @@ TEST_F(GaplessPlayerTest, EarlyStart_IsKeptAndReplayedWhileAnEarlyEndIsLost) {
 }
 
 TEST_F(GaplessPlayerTest, ProgressReports_FinishAndStartLogicalTracksOnlyPastTheirOffsets) {
-  prepare("A", AudioPlayer::REPLACE_ALL, "album.flac", "a");
-  prepare("B", AudioPlayer::ENQUEUE, "album.flac", "b");
-  ASSERT_TRUE(events->waitFor("trackReady a"));
-  state(State::TRACK_END, "A", 200000);
-  state(State::TRACK_START, "B", 200000);
-  player->onPhysicalStreamStarted(album(), 0);
+  ASSERT_NO_FATAL_FAILURE(startAlbumWithTrackChangeAt(200000));
   ASSERT_TRUE(track("a")->started);
 
   player->onReportIntervalElapsed(200000);
@@ -140,12 +146,7 @@ TEST_F(GaplessPlayerTest, ProgressReports_FinishAndStartLogicalTracksOnlyPastThe
 }
 
 TEST_F(GaplessPlayerTest, ReplaceAllOfThePlayingTrack_ResumesItAtTheTranslatedPosition) {
-  prepare("A", AudioPlayer::REPLACE_ALL, "album.flac", "a");
-  prepare("B", AudioPlayer::ENQUEUE, "album.flac", "b");
-  ASSERT_TRUE(events->waitFor("trackReady a"));
-  state(State::TRACK_END, "A", 180000);
-  state(State::TRACK_START, "B", 180000);
-  player->onPhysicalStreamStarted(album(), 0);
+  ASSERT_NO_FATAL_FAILURE(startAlbumWithTrackChangeAt(180000));
   player->onReportIntervalElapsed(180001);
   ASSERT_TRUE(track("b")->started);
 
