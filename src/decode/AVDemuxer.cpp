@@ -1,6 +1,6 @@
 #include "decode/AVDemuxer.h"
 
-#include "render/Duration.h"
+#include "common/Time.h"
 
 #include <oru/Log.h>
 

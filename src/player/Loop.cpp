@@ -1,5 +1,7 @@
 #include "player/Loop.h"
 
+#include "common/ThreadName.h"
+
 #include <pthread.h>
 
 #include <utility>
@@ -62,6 +64,7 @@ void Loop::stopInternal() {
 }
 
 void Loop::threadFunc() {
+  nameCurrentThread("oru-command");
   mLoopThreadId.store(pthread_self(), std::memory_order_release);
   for (;;) {
     std::function<void()> closure;

@@ -1,6 +1,7 @@
 #include "render/AudioRenderer.h"
 
-#include "render/Duration.h"
+#include "common/ThreadName.h"
+#include "common/Time.h"
 
 #include <oru/Log.h>
 
@@ -63,6 +64,7 @@ void AudioRenderer::render(std::shared_ptr<AudioTrack> track) {
 }
 
 void AudioRenderer::renderThread() {
+  nameCurrentThread("oru-render");
   clearState();
   std::shared_ptr<AudioTrack> track;  // the track this pass works on
   uint64_t trackRenderCount = 0;      // mRenderCount when it was taken

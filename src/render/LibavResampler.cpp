@@ -1,6 +1,6 @@
 #include "render/LibavResampler.h"
 
-#include "render/Duration.h"
+#include "common/Time.h"
 
 #include <oru/Log.h>
 
