@@ -11,6 +11,20 @@ namespace oru {
 
 class AudioRenderer;
 
+// The fixed texts of the failures the engine reports to the host in playbackFailed. A track
+// passes the first four to onTrackError; the player raises the others itself when a prepare
+// cannot be served.
+struct Failure {
+  static constexpr char kDemuxer[] = "Failed to create demuxer ";
+  static constexpr char kDecoder[] = "Failed to create decoder ";
+  static constexpr char kDecode[] = "Failed to decode: ";
+  static constexpr char kRender[] = "Error playing audio";
+  static constexpr char kNoRate[] = "HW did not report playback rate";
+  static constexpr char kNoFormat[] = "HW did not support any audio formats";
+  static constexpr char kNoPlaybackFormat[] = "HW did not support playback formats";
+  static constexpr char kVersion[] = "Invalid player version provided";
+};
+
 // One stream being played: what the player and the renderer know of a track. The engine's
 // implementation decodes with FFmpeg on a thread of its own; tests use scripted ones.
 //

@@ -1,5 +1,7 @@
 #include "decode/LibavAudioTrack.h"
 
+#include "common/ThreadName.h"
+
 #include "decode/AVDecoderDelegate.h"
 #include "decode/AVLogger.h"
 #include "render/AudioRenderer.h"
@@ -82,11 +84,12 @@ void LibavAudioTrack::stopDecodingThread() {
 }
 
 void LibavAudioTrack::decodingThread() {
+  nameCurrentThread("oru-decode");
   mWrapper->registerAll();
   mDemuxer = AVDemuxer::create(&mResource, mRunning, mWrapper, mVersion);
   if (!mDemuxer) {
     LogMessage(LOG_ERROR, kTag) << this << ": Failed to create demuxer";
-    onTrackError(AudioPlayer::MEDIA_ERROR_FORMAT, "Failed to create demuxer ");
+    onTrackError(AudioPlayer::MEDIA_ERROR_FORMAT, Failure::kDemuxer);
     return;
   }
   if (mDecoderFactory != nullptr) {
@@ -100,7 +103,7 @@ void LibavAudioTrack::decodingThread() {
     mDecoder = AVDecoderDelegate::create(mDemuxer->getStream(), mConfig, mWrapper, mVersion);
     if (!mDecoder) {
       LogMessage(LOG_ERROR, kTag) << this << ": Failed to create decoder";
-      onTrackError(AudioPlayer::MEDIA_ERROR_FORMAT, "Failed to create decoder ");
+      onTrackError(AudioPlayer::MEDIA_ERROR_FORMAT, Failure::kDecoder);
       return;
     }
   }
@@ -113,7 +116,7 @@ void LibavAudioTrack::decodingThread() {
         LogMessage(LOG_DETAIL, kTag) << "decodingLastFrame";
         if (mDecoder->flushBuffers(mQueue) == DecodeStatus::Error) {
           LogMessage(LOG_ERROR, kTag) << " Failed to decode";
-          onTrackError(AudioPlayer::MEDIA_ERROR_INTERNAL, "Failed to decode: ");
+          onTrackError(AudioPlayer::MEDIA_ERROR_INTERNAL, Failure::kDecode);
         }
       }
       endTrack();
@@ -131,7 +134,7 @@ void LibavAudioTrack::decodingThread() {
     mDemuxer->releaseChunk(packet);
     if (status != DecodeStatus::Ok) {
       LogMessage(LOG_ERROR, kTag) << this << ": Failed to decode";
-      onTrackError(AudioPlayer::MEDIA_ERROR_INTERNAL, "Failed to decode: ");
+      onTrackError(AudioPlayer::MEDIA_ERROR_INTERNAL, Failure::kDecode);
       return;
     }
   }
@@ -264,7 +267,7 @@ void LibavAudioTrack::updatePosition(int64_t commonTime) {
 }
 
 void LibavAudioTrack::onRenderError(int /*error*/) {
-  onTrackError(AudioPlayer::MEDIA_ERROR_INTERNAL, "Error playing audio");
+  onTrackError(AudioPlayer::MEDIA_ERROR_INTERNAL, Failure::kRender);
 }
 
 void LibavAudioTrack::onRenderFinished() { changeState(Finished); }

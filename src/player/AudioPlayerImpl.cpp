@@ -76,16 +76,16 @@ char const* AudioPlayer::Impl::checkHardwareConfig() const {
   if (rates.empty() || mConfig.defaultRate < 1 ||
       std::find(rates.begin(), rates.end(), static_cast<uint32_t>(mConfig.defaultRate)) ==
           rates.end()) {
-    return "HW did not report playback rate";
+    return Failure::kNoRate;
   }
   std::vector<AudioFormat> const& formats = mConfig.supportedFormats;
   if (formats.empty()) {
-    return "HW did not support any audio formats";
+    return Failure::kNoFormat;
   }
   if (mConfig.preferredFormat != -1 &&
       std::find(formats.begin(), formats.end(), mConfig.preferredFormat) == formats.end()) {
     LogMessage(LOG_ERROR, kTag) << "HW did not support preferredFormat";
-    return "HW did not support playback formats";
+    return Failure::kNoPlaybackFormat;
   }
   return nullptr;
 }
@@ -107,8 +107,8 @@ void AudioPlayer::Impl::handlePrepare(PlayBehavior behavior, Resource const& res
   if (version < 0 || version < mMinVersion || version > mMaxVersion) {
     LogMessage(LOG_ERROR, kTag) << "Invalid player version: " << version
                                 << " expected: " << mMinVersion << " " << mMaxVersion;
-    mListener->playbackFailed(token, MEDIA_ERROR_INTERNAL, "Invalid player version provided", token,
-                              STATE_STOPPED, 0);
+    mListener->playbackFailed(token, MEDIA_ERROR_INTERNAL, Failure::kVersion, token, STATE_STOPPED,
+                              0);
     return;
   }
 
