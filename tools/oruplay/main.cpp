@@ -3,6 +3,7 @@
 // nowhere, with a live status line.
 #include "AlbumSession.h"
 #include "CueSheet.h"
+#include "Options.h"
 #include "Session.h"
 
 #include <oru/AudioPlayer.h>
@@ -25,133 +26,17 @@
 
 namespace {
 
+using oruplay::isCueSheet;
+using oruplay::Options;
+
 constexpr int kExitOk = 0;
 constexpr int kExitInputFailed = 1;
 constexpr int kExitUsage = 2;
 constexpr int kExitInterrupted = 130;
 
-char const kUsage[] =
-    "Usage: oruplay [OPTIONS] INPUT...\n"
-    "Plays each INPUT in turn: a file, an http:// or https:// URL, or - for standard input.\n"
-    "A cue sheet (ALBUM.cue, given alone) plays the album file it names, track by track.\n"
-    "\n"
-    "  -o, --output OUT     alsa[:DEVICE] (the sound card; default), wav:PATH or null\n"
-    "  -r, --rate HZ        output rate (default 48000); every input is converted to it\n"
-    "  -f, --format FMT     output sample format: s16 (default), s32 or float\n"
-    "  -s, --start MS       start the first input's time line at MS milliseconds\n"
-    "  -t, --realtime       pace wav and null output at the real rate\n"
-    "  -l, --log-level N    show engine log lines of level N and above (2 detail ... 6 fatal;\n"
-    "                       default 5, errors)\n"
-    "  -q, --quiet          no status line\n"
-    "  -h, --help           this text\n"
-    "\n"
-    "Exit status: 0 when every input played, 1 when an input failed (the others are still\n"
-    "played), 2 for a usage error or an output that cannot be used, 130 after Ctrl-C.\n";
-
-struct Options {
-  std::string output;  // empty: the sound card
-  int rate = 48000;
-  oru::AudioFormat format = oru::PCM_S16;
-  unsigned startMs = 0;
-  bool realtime = false;
-  int logLevel = oru::LOG_ERROR;
-  bool quiet = false;
-  std::vector<std::string> inputs;
-};
-
 volatile std::sig_atomic_t gInterrupted = 0;
 
 void onInterrupt(int) { gInterrupted = 1; }
-
-bool parseNumber(char const* text, long minimum, long maximum, long* value) {
-  char* end = nullptr;
-  long const parsed = std::strtol(text, &end, 10);
-  if (end == text || *end != '\0' || parsed < minimum || parsed > maximum) {
-    return false;
-  }
-  *value = parsed;
-  return true;
-}
-
-bool isCueSheet(std::string const& input) {
-  return input.size() > 4 && (input.compare(input.size() - 4, 4, ".cue") == 0 ||
-                              input.compare(input.size() - 4, 4, ".CUE") == 0);
-}
-
-// Fills `options` from the command line; returns -1 to go on, or the exit status.
-int parseOptions(int argc, char** argv, Options* options) {
-  auto usageError = [](std::string const& message) {
-    std::fprintf(stderr, "oruplay: %s\nTry 'oruplay --help'.\n", message.c_str());
-    return kExitUsage;
-  };
-  for (int i = 1; i < argc; ++i) {
-    std::string const arg = argv[i];
-    auto value = [&](char const** out) {
-      if (i + 1 >= argc) {
-        return false;
-      }
-      *out = argv[++i];
-      return true;
-    };
-    char const* text = nullptr;
-    long number = 0;
-    if (arg == "-h" || arg == "--help") {
-      std::fputs(kUsage, stdout);
-      return kExitOk;
-    } else if (arg == "-q" || arg == "--quiet") {
-      options->quiet = true;
-    } else if (arg == "-t" || arg == "--realtime") {
-      options->realtime = true;
-    } else if (arg == "-o" || arg == "--output") {
-      if (!value(&text)) {
-        return usageError(arg + " needs a value");
-      }
-      options->output = text;
-    } else if (arg == "-r" || arg == "--rate") {
-      if (!value(&text) || !parseNumber(text, 8000, 384000, &number)) {
-        return usageError(arg + " needs a rate from 8000 to 384000");
-      }
-      options->rate = static_cast<int>(number);
-    } else if (arg == "-f" || arg == "--format") {
-      if (!value(&text)) {
-        return usageError(arg + " needs a value");
-      }
-      std::string const format = text;
-      if (format == "s16") {
-        options->format = oru::PCM_S16;
-      } else if (format == "s32") {
-        options->format = oru::PCM_S32;
-      } else if (format == "float") {
-        options->format = oru::PCM_FLOAT;
-      } else {
-        return usageError("unknown format '" + format + "' (s16, s32 or float)");
-      }
-    } else if (arg == "-s" || arg == "--start") {
-      if (!value(&text) || !parseNumber(text, 0, 0x7FFFFFFF, &number)) {
-        return usageError(arg + " needs a number of milliseconds");
-      }
-      options->startMs = static_cast<unsigned>(number);
-    } else if (arg == "-l" || arg == "--log-level") {
-      if (!value(&text) || !parseNumber(text, 0, 6, &number)) {
-        return usageError(arg + " needs a level from 0 to 6");
-      }
-      options->logLevel = static_cast<int>(number);
-    } else if (arg.size() > 1 && arg[0] == '-') {
-      return usageError("unknown option '" + arg + "'");
-    } else {
-      options->inputs.push_back(arg);
-    }
-  }
-  if (options->inputs.empty()) {
-    return usageError("no input given");
-  }
-  for (std::string const& input : options->inputs) {
-    if (isCueSheet(input) && options->inputs.size() > 1) {
-      return usageError("a cue sheet plays on its own");
-    }
-  }
-  return -1;
-}
 
 // The output device the options name, or null (with the reason printed).
 std::unique_ptr<oru::PlaybackDelegate> makeOutput(Options const& options) {
@@ -249,9 +134,16 @@ class StatusLine {
 
 int main(int argc, char** argv) {
   Options options;
-  int const parsed = parseOptions(argc, argv, &options);
-  if (parsed >= 0) {
-    return parsed;
+  std::string error;
+  switch (oruplay::parseOptions(argc, argv, &options, &error)) {
+    case oruplay::Command::Help:
+      std::fputs(oruplay::kUsage, stdout);
+      return kExitOk;
+    case oruplay::Command::UsageError:
+      std::fprintf(stderr, "oruplay: %s\nTry 'oruplay --help'.\n", error.c_str());
+      return kExitUsage;
+    case oruplay::Command::Play:
+      break;
   }
 
   oru::host::StderrLogger logger(static_cast<oru::LogLevel>(options.logLevel));
@@ -287,7 +179,6 @@ int main(int argc, char** argv) {
   std::string const& first = options.inputs.front();
   if (isCueSheet(first)) {
     oruplay::CueSheet sheet;
-    std::string error;
     if (!oruplay::CueSheet::read(first, &sheet, &error)) {
       std::fprintf(stderr, "oruplay: %s: %s\n", first.c_str(), error.c_str());
       return kExitInputFailed;

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <oru/AudioPlayer.h>
+#include <oru/Log.h>
+
+#include <string>
+#include <vector>
+
+namespace oruplay {
+
+// What the command line asks oruplay to do.
+struct Options {
+  std::string output;  // empty: the sound card
+  int rate = 48000;
+  oru::AudioFormat format = oru::PCM_S16;
+  unsigned startMs = 0;
+  bool realtime = false;
+  int logLevel = oru::LOG_ERROR;
+  bool quiet = false;
+  std::vector<std::string> inputs;
+};
+
+enum class Command { Play, Help, UsageError };
+
+extern char const kUsage[];
+
+// Reads the command line into `options`. On UsageError, `error` says what is wrong. Not
+// reentrant: getopt_long keeps its state in globals, which this resets on each call.
+Command parseOptions(int argc, char** argv, Options* options, std::string* error);
+
+bool isCueSheet(std::string const& input);
+
+}  // namespace oruplay
