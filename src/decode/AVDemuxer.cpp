@@ -40,7 +40,7 @@ bool AVDemuxer::open() {
     LogMessage(LOG_ERROR, kTag) << this << ": No audio resource";
     return false;
   }
-  AVFormatContext* context = avformat_alloc_context();
+  AVFormatContext* context = mWrapper->formatAllocContext();
   if (context == nullptr) {
     LogMessage(LOG_ERROR, kTag) << this << ": Failed to allocate AVFormatContext";
     return false;

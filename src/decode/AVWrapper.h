@@ -33,12 +33,17 @@ using SwrContextHandle = std::unique_ptr<SwrContext, SwrContextDeleter>;
 // one it was created with).
 void freeCustomIOContext(AVIOContext* io);
 
-// The engine's facade over FFmpeg: every FFmpeg call of the decoding pipeline goes through it,
-// so that a test double can be linked in its place. Stateless; one instance is shared by a
-// track, its demuxer, its decoder and the decoder's converter. Any thread.
+// The engine's facade over FFmpeg: one named operation for each FFmpeg call that the decoding
+// pipeline and the format converter make, so that FFmpeg's API is met in one place and reads as
+// the engine's own. Each operation forwards to the FFmpeg call of the same role with its arguments
+// unchanged and returns FFmpeg's own result; where a handle is passed, the raw pointer it holds is
+// used. Three kinds of call stay direct, where a wrapper would add nothing: freeing the format
+// context and I/O buffer on the demuxer's failed custom-I/O path, the channel-layout setters of
+// the decoder, and installing the log callback (AVLogger). It is not a seam for test doubles:
+// the operations are not virtual, and the tests drive the real FFmpeg.
 //
-// Each operation forwards to the FFmpeg call of the same role with its arguments unchanged and
-// returns FFmpeg's own result; where a handle is passed, the raw pointer it holds is used.
+// Stateless; one instance is shared by a track, its demuxer, its decoder and the decoder's
+// converter. Any thread.
 class AVWrapper {
  public:
   void registerAll() const;  // network initialisation, once per decoding thread

@@ -1,7 +1,7 @@
-// The one place where the engine includes FFmpeg's headers; only the decoding pipeline and the
-// format converter include it. FFmpeg 5.1 still carries calls
-// the engine uses (the old channel-layout fields, av_init_packet, swr_alloc_set_opts) but marks
-// them deprecated; the warnings are silenced here only.
+// The one place where FFmpeg's headers are included: the decoding pipeline, the format converter
+// and the tests that drive FFmpeg directly include this file. FFmpeg 5.1 still carries calls the
+// engine uses (the old channel-layout fields, av_init_packet, swr_alloc_set_opts) but marks them
+// deprecated; the warnings are silenced here only.
 #pragma once
 
 #if defined(__GNUC__)
