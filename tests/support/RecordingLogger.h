@@ -1,35 +1,29 @@
 #pragma once
 
+#include "Recorder.h"
+
 #include <oru/Log.h>
 
-#include <mutex>
 #include <string>
-#include <vector>
 
 namespace oru::test {
 
-// A LoggingDelegate that keeps every line it is given. Installs itself as the process-wide
-// sink for its lifetime. Any thread.
-class RecordingLogger : public LoggingDelegate {
- public:
-  struct Line {
-    LogLevel level;
-    std::string tag;
-    std::string message;
-  };
-
-  RecordingLogger();
-  ~RecordingLogger() override;
-
-  void log(LogLevel level, char const* tag, char const* message) override;
-
-  std::vector<Line> lines() const;
-  // True when some line has exactly this level, tag and message.
-  bool contains(LogLevel level, std::string const& tag, std::string const& message) const;
-
- private:
-  mutable std::mutex mMutex;  // guards mLines
-  std::vector<Line> mLines;
+// The process-wide log sink for its lifetime: keeps every line, as "TAG LEVEL message".
+struct RecordingLogger : LoggingDelegate, Recorder<std::string> {
+  RecordingLogger() { LogMessage::setLogger(this); }
+  ~RecordingLogger() override { LogMessage::setLogger(nullptr); }
+  void log(LogLevel level, char const* tag, char const* message) override {
+    add(std::string(tag) + " " + std::to_string(level) + " " + message);
+  }
+  // How many lines hold `text`.
+  int count(std::string const& text) const {
+    int found = 0;
+    for (std::string const& line : entries()) {
+      found += line.find(text) != std::string::npos ? 1 : 0;
+    }
+    return found;
+  }
+  bool logged(std::string const& text) const { return count(text) > 0; }
 };
 
 }  // namespace oru::test

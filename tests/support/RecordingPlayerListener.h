@@ -1,59 +1,99 @@
 #pragma once
 
+#include "Recorder.h"
+
 #include <oru/AudioPlayer.h>
 
-#include <condition_variable>
+#include <gtest/gtest.h>
+
 #include <functional>
-#include <mutex>
-#include <string>
-#include <vector>
+#include <sstream>
 
 namespace oru::test {
 
-// A host listener that records every event as one line of text ("trackReady a false",
-// "playbackStarted a 0", "playbackFailed b 2 Failed to decode:  a 1 0", ...) and lets a test
-// wait for one. Events arrive on the player's command thread; the test reads from its own.
-class RecordingPlayerListener : public AudioPlayer::EventListener {
- public:
-  std::vector<std::string> events() const;
-  // The events whose text starts with `prefix`, in order.
-  std::vector<std::string> eventsStartingWith(std::string const& prefix) const;
-  // Waits until an event starting with `prefix` has come; false (with a failure that lists
-  // the events that did come) at the deadline.
-  bool waitFor(std::string const& prefix);
-  // Waits until `predicate` holds for the events; false at the deadline.
-  bool waitUntil(std::function<bool(std::vector<std::string> const&)> const& predicate);
-  // Calls `hook` with every event's text on the command thread, after recording it.
-  void setHook(std::function<void(std::string const&)> hook);
+// A host listener that records every event as one line of text, its name and arguments joined
+// by spaces ("trackReady a false", "playbackFailed b 2 Failed to decode:  a 1 0", ...), and
+// calls `hook` (set before the player starts) with each, on the player's command thread.
+struct RecordingPlayerListener : AudioPlayer::EventListener, Recorder<std::string> {
+  std::function<void(std::string const&)> hook;
 
-  void trackReady(AudioPlayer::Token const& token, bool afterFailure) override;
-  void playbackStarted(AudioPlayer::Token const& token, unsigned positionMs) override;
-  void playbackNearlyFinished(AudioPlayer::Token const& token, unsigned positionMs) override;
-  void progressReportDelayElapsed(AudioPlayer::Token const& token, unsigned positionMs) override;
-  void progressReportIntervalElapsed(AudioPlayer::Token const& token, unsigned positionMs) override;
-  void playbackStutterStarted(AudioPlayer::Token const& token, unsigned positionMs) override;
-  void playbackStutterFinished(AudioPlayer::Token const& token, unsigned positionMs,
-                               unsigned stutterMs) override;
-  void playbackFinished(AudioPlayer::Token const& token, unsigned positionMs) override;
-  void playbackFailed(AudioPlayer::Token const& token, AudioPlayer::MediaError error,
-                      std::string const& message, AudioPlayer::Token const& currentToken,
-                      AudioPlayer::State state, unsigned positionMs) override;
-  void playbackStopped(AudioPlayer::Token const& token, unsigned positionMs) override;
-  void playbackPaused(AudioPlayer::Token const& token, unsigned positionMs) override;
-  void playbackResumed(AudioPlayer::Token const& token, unsigned positionMs) override;
-  void playbackQueueCleared() override;
-  void streamMetadataExtracted(AudioPlayer::Token const& token,
-                               std::string const& metadata) override;
-  void progressReportIntervalUpdated(AudioPlayer::Token const& token, unsigned intervalMs,
-                                     AudioPlayer::State state) override;
+  // The events that start with `prefix`, in order.
+  std::vector<std::string> startingWith(std::string const& prefix) const {
+    std::vector<std::string> matching;
+    for (std::string const& event : entries()) {
+      if (event.rfind(prefix, 0) == 0) {
+        matching.push_back(event);
+      }
+    }
+    return matching;
+  }
+  // The events cut to their first two words ("playbackStarted a"), without metadata and
+  // progress reports.
+  std::vector<std::string> names() const {
+    std::vector<std::string> result;
+    for (std::string const& event : entries()) {
+      if (event.rfind("streamMetadata", 0) != 0 && event.find("Elapsed") == std::string::npos) {
+        result.push_back(event.substr(0, event.find(' ', event.find(' ') + 1)));
+      }
+    }
+    return result;
+  }
+  // Waits until `count` events start with `prefix`; at the deadline, fails listing them all.
+  bool waitFor(std::string const& prefix, long count = 1) {
+    bool const came = waitUntil([&](auto const& all) {
+      return std::count_if(all.begin(), all.end(),
+                           [&](auto const& e) { return e.rfind(prefix, 0) == 0; }) >= count;
+    });
+    EXPECT_TRUE(came) << count << " x '" << prefix << "' expected in "
+                      << ::testing::PrintToString(entries());
+    return came;
+  }
+
+  using T = AudioPlayer::Token;
+  void trackReady(T const& t, bool afterFailure) override { record("trackReady", t, afterFailure); }
+  void playbackStarted(T const& t, unsigned ms) override { record("playbackStarted", t, ms); }
+  void playbackNearlyFinished(T const& t, unsigned ms) override {
+    record("playbackNearlyFinished", t, ms);
+  }
+  void progressReportDelayElapsed(T const& t, unsigned ms) override {
+    record("progressReportDelayElapsed", t, ms);
+  }
+  void progressReportIntervalElapsed(T const& t, unsigned ms) override {
+    record("progressReportIntervalElapsed", t, ms);
+  }
+  void playbackStutterStarted(T const& t, unsigned ms) override {
+    record("playbackStutterStarted", t, ms);
+  }
+  void playbackStutterFinished(T const& t, unsigned ms, unsigned stutter) override {
+    record("playbackStutterFinished", t, ms, stutter);
+  }
+  void playbackFinished(T const& t, unsigned ms) override { record("playbackFinished", t, ms); }
+  void playbackFailed(T const& t, AudioPlayer::MediaError error, std::string const& message,
+                      T const& current, AudioPlayer::State state, unsigned ms) override {
+    record("playbackFailed", t, error, message, current, state, ms);
+  }
+  void playbackStopped(T const& t, unsigned ms) override { record("playbackStopped", t, ms); }
+  void playbackPaused(T const& t, unsigned ms) override { record("playbackPaused", t, ms); }
+  void playbackResumed(T const& t, unsigned ms) override { record("playbackResumed", t, ms); }
+  void playbackQueueCleared() override { record("playbackQueueCleared"); }
+  void streamMetadataExtracted(T const& t, std::string const& text) override {
+    record("streamMetadataExtracted", t, text);
+  }
+  void progressReportIntervalUpdated(T const& t, unsigned ms, AudioPlayer::State state) override {
+    record("progressReportIntervalUpdated", t, ms, state);
+  }
 
  private:
-  void record(std::string event);
-
-  mutable std::mutex mMutex;  // guards mEvents and mHook
-  std::condition_variable mChanged;
-  std::vector<std::string> mEvents;
-  std::function<void(std::string const&)> mHook;
+  template <typename... Args>
+  void record(char const* name, Args const&... args) {
+    std::ostringstream line;
+    line << std::boolalpha << name;
+    ((line << ' ' << args), ...);
+    add(line.str());
+    if (hook) {
+      hook(line.str());
+    }
+  }
 };
 
 }  // namespace oru::test

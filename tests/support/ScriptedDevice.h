@@ -1,81 +1,120 @@
 #pragma once
 
-#include <oru/AudioPlayer.h>
+#include "Recorder.h"
 
-#include <condition_variable>
-#include <cstdint>
+#include <oru/Decoder.h>
+
+#include <algorithm>
+#include <atomic>
 #include <functional>
-#include <mutex>
-#include <optional>
-#include <vector>
+#include <string>
 
 namespace oru::test {
 
-// An output device that records every call the renderer makes and behaves as the test sets
-// it: it can take fewer frames than offered, hold a write until the test lets it go, fail to
-// start or to write, and report any number of played frames. Any thread.
+// An output device that records every call the renderer makes and behaves as the test sets it:
+// it can take fewer frames than offered, hold writes until the test lets them go, fail to start
+// or to write, and report any number of played frames. Any thread.
 class ScriptedDevice : public PlaybackDelegate {
  public:
-  enum Kind { kStart, kStop, kWrite, kUnderrun };
-
   struct Call {
-    explicit Call(Kind callKind) : kind(callKind) {}
-    Kind kind;
-    AudioFormat format = PCM_S16;        // kStart
-    int channels = 0;                    // kStart
-    StopBehavior behavior = STOP_DRAIN;  // kStop
-    int64_t timestamp = 0;               // kWrite
-    unsigned offered = 0;                // kWrite
-    unsigned accepted = 0;               // kWrite
-    std::vector<uint8_t> data;           // kWrite: the bytes accepted
+    char kind;              // 's'tart, 'p' stop, 'w'rite, 'u'nderrun
+    int arg;                // start: the format; stop: the behaviour; write: the frames offered
+    int64_t timestamp = 0;  // start: the channels
+    std::vector<uint8_t> data = {};  // what a write accepted
+    unsigned accepted = 0;           // frames
   };
 
-  // Each write takes at most this many frames.
-  void setMaxFramesPerWrite(unsigned frames);
-  // Results of the next start and of writes.
-  void setStartResult(int result);
-  void setWriteResult(int result);
-  // Played frames reported from now on; unset: every frame accepted since start has played.
-  void setPlayedFrames(std::optional<int64_t> played);
+  // Set before the device is used, but for playedFrames.
+  static constexpr uint32_t kRates[] = {48000};
+  static constexpr AudioFormat kFormats[] = {PCM_S16, PCM_S32, PCM_FLOAT};
+  PlaybackCapabilities caps{kRates, 1, 48000, PCM_S16, kFormats, 3, nullptr};
+  unsigned maxFramesPerWrite = ~0u;
+  int startResult = 0;
+  int writeResult = 0;
+  std::function<void(StopBehavior)> stopHook;  // called inside every stop(), on its thread
+  std::atomic<int64_t> playedFrames{-2};       // below -1: every frame written since start
+  Recorder<Call> calls;
+
   // Writes after the next `count` ones wait inside write() until releaseWrites().
-  void holdWritesAfter(int count);
-  // Called on the renderer's thread inside every stop(), after it is recorded.
-  void setStopHook(std::function<void(StopBehavior)> hook);
-  // Waits until a write is being held; false at the deadline.
-  bool waitUntilHolding();
-  void releaseWrites();
+  void holdWritesAfter(int count) { mHold.add(count); }
+  void releaseWrites() { mHold.add(-1); }
+  bool waitUntilHolding() {
+    return mHold.waitUntil([](auto const& hold) { return hold.back() == -2; });
+  }
 
-  std::vector<Call> calls() const;
-  // Waits until `predicate` holds for the recorded calls; false at the deadline.
-  bool waitUntil(std::function<bool(std::vector<Call> const&)> const& predicate);
-  // The kinds of the recorded calls, in order, for comparing whole sequences.
-  std::vector<Kind> kinds() const;
-  // Every accepted byte of every write, in order.
-  std::vector<uint8_t> writtenBytes() const;
-  // The frames of every write, accepted ones only.
-  int64_t writtenFrames() const;
+  // The calls as words: "s0/2" a start (format/channels), "w441" a write (frames offered), "p0"
+  // a stop (behaviour), "u" an underrun.
+  std::string transcript(size_t count = SIZE_MAX) const {
+    std::vector<Call> const all = calls.entries();
+    std::string words;
+    for (size_t i = 0; i < std::min(count, all.size()); ++i) {
+      words += (i == 0 ? "" : " ") + std::string(1, all[i].kind);
+      words += all[i].kind == 'u' ? "" : std::to_string(all[i].arg);
+      words += all[i].kind == 's' ? "/" + std::to_string(all[i].timestamp) : "";
+    }
+    return words;
+  }
+  bool waitForCalls(size_t count) {
+    return calls.waitUntil([count](auto const& all) { return all.size() >= count; });
+  }
+  std::vector<Call> writes() const {
+    std::vector<Call> all = calls.entries();
+    all.erase(std::remove_if(all.begin(), all.end(), [](Call const& c) { return c.kind != 'w'; }),
+              all.end());
+    return all;
+  }
+  std::vector<uint8_t> writtenBytes() const {
+    std::vector<uint8_t> bytes;
+    for (Call const& call : writes()) {
+      bytes.insert(bytes.end(), call.data.begin(), call.data.end());
+    }
+    return bytes;
+  }
+  int64_t writtenFrames() const { return writtenBytes().size() / mFrameBytes; }
 
-  int start(AudioFormat format, int channels) override;
-  void stop(StopBehavior behavior) override;
-  int write(long long timestamp, void const* data, unsigned* frames) override;
-  long long getPlayedFrames() override;
-  PlaybackCapabilities getPlaybackConfig() override;
+  int start(AudioFormat format, int channels) override {
+    calls.add({'s', format, channels});
+    mFrameBytes = bytesPerSample(format) * channels;
+    mWrittenSinceStart = 0;
+    return startResult;
+  }
+  void stop(StopBehavior behavior) override {
+    calls.add({'p', behavior});
+    if (stopHook) {
+      stopHook(behavior);
+    }
+  }
+  int write(long long timestamp, void const* data, unsigned* frames) override {
+    if (data == nullptr && *frames == 0 && timestamp == 0) {
+      calls.add({'u', 0});
+      return 0;
+    }
+    // The hold is a list of counts: its last entry says how many writes may pass (-1: all),
+    // and -2 is appended while a write waits.
+    int const allowed = mHold.entries().back();
+    if (allowed == 0) {
+      mHold.add(-2);
+      mHold.waitUntil([](auto const& hold) { return hold.back() == -1; });
+    } else if (allowed > 0) {
+      mHold.add(allowed - 1);
+    }
+    Call call{'w', static_cast<int>(*frames), timestamp};
+    *frames = writeResult == 0 ? std::min(*frames, maxFramesPerWrite) : 0;
+    call.data.assign(static_cast<uint8_t const*>(data),
+                     static_cast<uint8_t const*>(data) + size_t{*frames} * mFrameBytes);
+    mWrittenSinceStart += call.accepted = *frames;
+    calls.add(std::move(call));
+    return writeResult;
+  }
+  long long getPlayedFrames() override {
+    return playedFrames >= -1 ? playedFrames.load() : mWrittenSinceStart.load();
+  }
+  PlaybackCapabilities getPlaybackConfig() override { return caps; }
 
  private:
-  void record(Call call);
-
-  mutable std::mutex mMutex;  // guards everything below
-  std::condition_variable mChanged;
-  std::vector<Call> mCalls;
-  int mFrameBytes = 0;  // of the stream the device was last started for
-  unsigned mMaxFramesPerWrite = ~0u;
-  int mStartResult = 0;
-  int mWriteResult = 0;
-  std::optional<int64_t> mPlayedFrames;
-  int64_t mAcceptedSinceStart = 0;
-  int mWritesBeforeHold = -1;  // -1: never hold
-  bool mHolding = false;
-  std::function<void(StopBehavior)> mStopHook;
+  Recorder<int> mHold{{-1}};
+  std::atomic<int> mFrameBytes{4};
+  std::atomic<int64_t> mWrittenSinceStart{0};
 };
 
 }  // namespace oru::test

@@ -1,13 +1,14 @@
 #pragma once
 
+#include "NamedToken.h"
+#include "Recorder.h"
+#include "common/Time.h"
 #include "decode/AudioTrack.h"
 
-#include <condition_variable>
+#include <algorithm>
+#include <atomic>
+#include <cstring>
 #include <deque>
-#include <functional>
-#include <memory>
-#include <mutex>
-#include <vector>
 
 namespace oru::test {
 
@@ -18,49 +19,106 @@ struct Ramp {
   int channels = 2;
   int rate = 48000;
 
-  std::vector<uint8_t> frames(int64_t firstFrame, unsigned count) const;
-  // The frame index that `bytes` start with, read back from the ramp encoding.
-  int64_t firstFrameOf(uint8_t const* bytes) const;
   int frameBytes() const { return bytesPerSample(format) * channels; }
+  std::vector<uint8_t> frames(int64_t first, unsigned count) const {
+    std::vector<uint8_t> bytes(size_t{count} * frameBytes());
+    for (size_t s = 0; s < size_t{count} * channels; ++s) {
+      int64_t const value = first * channels + static_cast<int64_t>(s);
+      int16_t const s16 = static_cast<int16_t>(value % 32768);
+      int32_t const s32 = static_cast<int32_t>(value);
+      float const f32 = static_cast<float>(value);
+      void const* const samples[] = {&s16, &s32, &f32};  // indexed by the format
+      std::memcpy(&bytes[s * bytesPerSample(format)], samples[format], bytesPerSample(format));
+    }
+    return bytes;
+  }
+  // Fills `buffer` (whose storage must be large enough) with frames [first, first + count).
+  void fill(PcmBuffer& buffer, int64_t first, unsigned count, int64_t pts) const {
+    std::vector<uint8_t> const bytes = frames(first, count);
+    std::copy(bytes.begin(), bytes.end(), buffer.data);
+    buffer.size = static_cast<uint32_t>(bytes.size());
+    buffer.pts = pts;
+    buffer.duration = framesToNs(count, rate);
+    buffer.format = format;
+    buffer.channels = channels;
+    buffer.rate = rate;
+  }
+  // The frame index that `bytes` start with.
+  int64_t firstFrameOf(uint8_t const* bytes) const {
+    int16_t s16 = 0;
+    int32_t s32 = 0;
+    float f32 = 0;
+    void* const samples[] = {&s16, &s32, &f32};
+    std::memcpy(samples[format], bytes, bytesPerSample(format));
+    int64_t const values[] = {s16, s32, static_cast<int64_t>(f32)};
+    return values[format] / channels;
+  }
 };
 
 // An AudioTrack that answers getNextBuffer from a script and records what the renderer did
-// with it. The test thread scripts and inspects; the render thread calls in. Any thread.
+// with it. The test scripts and inspects on its thread; the render thread calls in.
 class ScriptedTrack : public AudioTrack {
  public:
   // Once the script is empty, getNextBuffer answers `whenEmpty`.
-  explicit ScriptedTrack(int whenEmpty = AudioTrack::Buffering);
-  ~ScriptedTrack() override;
+  explicit ScriptedTrack(int whenEmpty = Buffering)
+      : AudioTrack(std::make_unique<NamedToken>("scripted"), "scripted://"),
+        mWhenEmpty(whenEmpty) {}
 
-  // Appends an answer without a buffer.
-  void answer(int code);
-  // Appends an answer with a buffer of `ramp` frames [firstFrame, firstFrame + count).
-  void answerBuffer(int code, Ramp const& ramp, int64_t firstFrame, unsigned count, int64_t pts);
-  void setWhenEmpty(int code);
+  // Appends an answer, with a buffer of `ramp` frames [first, first + count) when count > 0.
+  void answer(int code, Ramp const& ramp = {}, int64_t first = 0, unsigned count = 0,
+              int64_t pts = 0) {
+    std::unique_ptr<PcmBuffer> buffer;
+    if (count > 0) {
+      buffer = std::make_unique<PcmBuffer>();
+      buffer->data = new uint8_t[size_t{count} * ramp.frameBytes()];
+      ramp.fill(*buffer, first, count, pts);
+    }
+    std::lock_guard<std::mutex> lock(mMutex);
+    mScript.emplace_back(code, std::move(buffer));
+  }
 
-  // What the renderer did with the track.
-  struct Record {
-    int nextBufferCalls = 0;
-    int scriptLeft = 0;  // answers not yet given
-    int buffersOut = 0;  // handed out and not yet released
-    std::vector<int64_t> positions;
-    std::vector<int> renderErrors;
-    int renderFinished = 0;
-  };
+  // What the renderer did: "n" for each getNextBuffer, "p<ns>" for a position, "e<error>" for
+  // a render error, "f" when it finished.
+  Recorder<std::string> did;
+  std::atomic<int> buffersOut{0};  // handed out and not given back
 
-  // A copy of the record, taken under the track's lock.
-  Record record() const;
-  // Waits until `predicate` holds for the record; false at the deadline.
-  bool waitUntil(std::function<bool(Record const&)> const& predicate);
+  bool waitFor(std::string const& what, long n = 1) {
+    return did.waitUntil([&](auto const& d) { return std::count(d.begin(), d.end(), what) >= n; });
+  }
+  std::vector<int64_t> positions() const {
+    std::vector<int64_t> result;
+    for (std::string const& entry : did.entries()) {
+      if (entry[0] == 'p') {
+        result.push_back(std::stoll(entry.substr(1)));
+      }
+    }
+    return result;
+  }
 
-  // AudioTrack: render thread.
-  int getNextBuffer(PcmBuffer** buffer) override;
-  void releaseBuffer(PcmBuffer* buffer) override;
-  void updatePosition(int64_t positionNs) override;
-  void onRenderError(int error) override;
-  void onRenderFinished() override;
+  int getNextBuffer(PcmBuffer** buffer) override {
+    int code = mWhenEmpty;
+    *buffer = nullptr;
+    {
+      std::lock_guard<std::mutex> lock(mMutex);
+      if (!mScript.empty()) {
+        code = mScript.front().first;
+        *buffer = mScript.front().second.release();
+        mScript.pop_front();
+      }
+    }
+    buffersOut += *buffer != nullptr ? 1 : 0;
+    did.add("n");
+    return code;
+  }
+  void releaseBuffer(PcmBuffer* buffer) override {
+    buffersOut -= buffer != nullptr ? 1 : 0;
+    delete buffer;
+  }
+  void updatePosition(int64_t positionNs) override { did.add("p" + std::to_string(positionNs)); }
+  void onRenderError(int error) override { did.add("e" + std::to_string(error)); }
+  void onRenderFinished() override { did.add("f"); }
 
-  // AudioTrack: command thread; not used by the renderer.
+  // Command-thread operations, not used by the renderer.
   unsigned getPositionMs() const override { return 0; }
   void setProgressReportDelay(int) override {}
   void setProgressReportInterval(int) override {}
@@ -70,16 +128,9 @@ class ScriptedTrack : public AudioTrack {
   void stop() override {}
 
  private:
-  struct Step {
-    int code;
-    std::unique_ptr<PcmBuffer> buffer;
-  };
-
-  mutable std::mutex mMutex;  // guards mRecord and mScript
-  std::condition_variable mChanged;
-  Record mRecord;
-  std::deque<Step> mScript;
-  int mWhenEmpty;
+  std::mutex mMutex;                                               // guards mScript
+  std::deque<std::pair<int, std::unique_ptr<PcmBuffer>>> mScript;  // answers and their buffers
+  int const mWhenEmpty;
 };
 
 }  // namespace oru::test
