@@ -1,5 +1,6 @@
 // Cost of drift correction on the render thread: LinearResampler::resample for each format,
 // stereo, at +100 and -100 ppm, over buffers of the size a decoder typically hands out.
+#include "common/Time.h"
 #include "render/LinearResampler.h"
 
 #include <benchmark/benchmark.h>
@@ -17,7 +18,7 @@ constexpr unsigned kHeadroom = 4;
 template <typename Sample>
 void resample(benchmark::State& state, AudioFormat format) {
   double const ppm = static_cast<double>(state.range(0));
-  LinearResampler resampler(format, kChannels, 48000, 1000000000);
+  LinearResampler resampler(format, kChannels, 48000, kNsPerSecond);
   resampler.init(ppm, 0.0);
   std::vector<Sample> input(kFramesPerBuffer * kChannels);
   for (size_t i = 0; i < input.size(); ++i) {
