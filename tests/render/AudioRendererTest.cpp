@@ -105,9 +105,10 @@ TEST_F(AudioRendererTest, PauseOnTheDevicesClock_DrainsAndRestartsAtTheNextBuffe
   track->answer(AudioTrack::Paused);
   // The track plays again while the pause is still reaching the device, before the render
   // thread lets go of it: that render must not be lost.
-  std::atomic<bool> playedAgain{false};
-  device.stopHook = [&](StopBehavior) {
-    if (!playedAgain.exchange(true)) {
+  // The hook also runs when the renderer is destroyed, after this body: it owns its flag.
+  auto playedAgain = std::make_shared<std::atomic<bool>>(false);
+  device.stopHook = [this, playedAgain](StopBehavior) {
+    if (!playedAgain->exchange(true)) {
       track->answer(AudioTrack::Playing, kStereo16, 480, 480, 2 * kSecond);
       renderer->render(track);
     }
