@@ -99,6 +99,8 @@ void AudioRenderer::renderThread() {
       case AudioTrack::FormatChanged:
         mResampler =
             LinearResampler::create(buffer->format, buffer->channels, buffer->rate, kNsPerSecond);
+        // A new resampler has no rates yet: the first buffer must miss any prediction.
+        mNextLocalTime = std::numeric_limits<int64_t>::max();
         hwStop(STOP_DRAIN);
         [[fallthrough]];
       case AudioTrack::Playing: {

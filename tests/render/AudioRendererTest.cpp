@@ -176,21 +176,23 @@ TEST_F(AudioRendererTest, DeviceAndClockFailures_ReachTheTrackAsRenderErrors) {
   }
 }
 
-TEST_F(AudioRendererTest, CommonTime_PredictionMissOfMoreThanFourMsReinitialisesDriftCorrection) {
+TEST_F(AudioRendererTest, CommonTime_DriftCorrectionIsReinitialisedOnAMissOrANewFormat) {
   track->answer(AudioTrack::FormatChanged, kStereo16, 0, 480, 0);
-  // Exactly 4 ms later than predicted: kept. Then 4 ms and 1 ns: re-initialised.
+  // Exactly 4 ms later than predicted: kept. Then 4 ms and 1 ns: re-initialised. Then a new
+  // format exactly on time: its new resampler is initialised all the same.
   track->answer(AudioTrack::Playing, kStereo16, 480, 480, ns(480) + 4000000);
   track->answer(AudioTrack::Playing, kStereo16, 960, 480, 2 * ns(480) + 8000001);
-  std::atomic<int> driftQueries{0};
-  ON_CALL(clock, getDriftPpm).WillByDefault([&] { return ++driftQueries, 0.0; });
+  track->answer(AudioTrack::FormatChanged, kStereo16, 1440, 480, 3 * ns(480) + 8000001);
+  auto driftQueries = std::make_shared<std::atomic<int>>(0);
+  ON_CALL(clock, getDriftPpm).WillByDefault([driftQueries] { return ++*driftQueries, 0.0; });
   device.holdWritesAfter(1);
   start(AudioPlayer::TIMESTAMP_COMMON);
   // The second buffer's write is held: its prediction check is done, the third's is not.
   ASSERT_TRUE(device.waitUntilHolding());
-  EXPECT_EQ(driftQueries, 1) << "only the first buffer, which always initialises";
+  EXPECT_EQ(*driftQueries, 1) << "only the first buffer, which always initialises";
   device.releaseWrites();
-  ASSERT_TRUE(device.waitForCalls(4));
-  EXPECT_EQ(driftQueries, 2);
+  ASSERT_TRUE(device.waitForCalls(7));
+  EXPECT_EQ(*driftQueries, 3);
 }
 
 TEST_F(AudioRendererTest, DetachingOrDestruction_StopsTheDeviceAndLetsGoOfTheTrack) {
