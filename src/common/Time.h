@@ -14,4 +14,8 @@ constexpr int64_t framesToNs(int64_t frames, int rate) {
   return rate > 0 ? frames / rate * kNsPerSecond + frames % rate * kNsPerSecond / rate : 0;
 }
 
+// Ten billion frames at 48 kHz (58 hours) come out exact: a direct product would overflow.
+static_assert(framesToNs(10000000000, 48000) == 208333333333333);
+static_assert(framesToNs(-441, 44100) == -10000000);
+
 }  // namespace oru
