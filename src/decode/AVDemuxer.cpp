@@ -176,8 +176,17 @@ int AVDemuxer::getDemuxedChunk(std::shared_ptr<EncodedPacket>& packet) {
   }
   chunk->packet.size = 0;
   chunk->packet.pts = AV_NOPTS_VALUE;
-  if (mWrapper->readFrame(mFormatContext, &chunk->packet) < 0) {
-    return 1;
+  // Cover art arrives as the packets of a stream of its own (an attached picture): it is never
+  // audio, so it goes before the stream filter below can pass it to the decoder.
+  for (;;) {
+    if (mWrapper->readFrame(mFormatContext, &chunk->packet) < 0) {
+      return 1;
+    }
+    AVStream const* stream = mFormatContext->streams[chunk->packet.stream_index];
+    if ((stream->disposition & AV_DISPOSITION_ATTACHED_PIC) == 0) {
+      break;
+    }
+    mWrapper->packetUnref(&chunk->packet);
   }
   // Packets of streams 0 and 1 pass even when another stream is selected; a packet of any
   // other unselected stream ends the data. Devices in the field rely on both.

@@ -48,8 +48,7 @@ TEST(HostOutputTest, WavFile_HoldsOneFormatWithAHeaderThatDescribesTheFramesAfte
     play(output, ramp, 10);  // a restart in the same format appends
   }
   std::vector<uint8_t> const bytes = readFile(path);
-  // RIFF size, "WAVEfmt ", chunk size 16, PCM, 2 channels, 44100 Hz, bytes/s, 8-byte frames,
-  // 32 bits, "data" and its size: little-endian, as players read them.
+  // RIFF size, fmt chunk: PCM, 2 channels, 44100 Hz, bytes/s, 8-byte frames, 32 bits; data size.
   std::string const header(
       "RIFF\xBC\x1F\0\0WAVEfmt \x10\0\0\0\x01\0\x02\0\x44\xAC\0\0\x20\x62\x05\0"
       "\x08\0\x20\0data\x98\x1F\0\0",

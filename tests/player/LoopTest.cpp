@@ -19,10 +19,6 @@ class LoopTest : public ::testing::Test {
  protected:
   LoopTest() { loop.run(); }
   ~LoopTest() override { loop.stop(); }
-  Entries waitForEntries(size_t count) {
-    EXPECT_TRUE(journal.waitUntil([&](auto const& all) { return all.size() >= count; }));
-    return journal.entries();
-  }
 
   test::Recorder<std::string> journal;  // outlives the loop, whose closures write to it
   Loop loop;
@@ -49,7 +45,8 @@ TEST_F(LoopTest, ConcurrentPosts_RunOneAtATimeOnTheLoopThreadInTheOrderTheyWereQ
   a.join();
   b.join();
 
-  Entries const entries = waitForEntries(2 * 997);
+  ASSERT_TRUE(journal.waitUntil([](auto const& all) { return all.size() >= 2 * 997; }));
+  Entries const entries = journal.entries();
   std::string const loopThread = entries.front().substr(0, entries.front().find(' '));
   EXPECT_NE(loopThread, std::to_string(pthread_self()));
   for (size_t i = 0; i < entries.size(); ++i) {

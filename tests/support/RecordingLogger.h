@@ -4,6 +4,8 @@
 
 #include <oru/Log.h>
 
+#include <algorithm>
+#include <functional>
 #include <string>
 
 namespace oru::test {
@@ -24,6 +26,13 @@ struct RecordingLogger : LoggingDelegate, Recorder<std::string> {
     return found;
   }
   bool logged(std::string const& text) const { return count(text) > 0; }
+  // The lines of error level or above.
+  std::vector<std::string> errors() const {
+    std::vector<std::string> lines = entries();
+    auto const isError = [](std::string const& line) { return line[line.find(' ') + 1] >= '5'; };
+    lines.erase(std::remove_if(lines.begin(), lines.end(), std::not_fn(isError)), lines.end());
+    return lines;
+  }
 };
 
 }  // namespace oru::test

@@ -64,25 +64,21 @@ class CueSheetTest : public ::testing::Test {
     return CueSheet::read(path, &sheet, &error);
   }
 
-  std::string const folder = ::testing::TempDir();
-  std::string const path = folder + "oruplay-" + std::to_string(getpid()) + ".cue";
+  std::string const path = ::testing::TempDir() + "oruplay-" + std::to_string(getpid()) + ".cue";
   CueSheet sheet;
   std::string error;
 };
 
-TEST_F(CueSheetTest, ReadsTrackStartsToTheMillisecond_AndKeepsAbsolutePaths) {
-  // The album's sheet, played by the oruplay tests, covers titles and performers.
+// The album's sheet, played by the oruplay tests, covers titles and performers.
+TEST_F(CueSheetTest, TrackStartsAreReadToTheMillisecond_AndSheetsItCannotPlayAreRefused) {
   ASSERT_TRUE(
-      read("FILE \"/music/album.flac\" WAVE\r\nTRACK 01 AUDIO\r\nINDEX 00 00:00:00\r\n"
-           "INDEX 01 00:00:32\r\nTRACK 02 AUDIO\r\nINDEX 01 61:01:74\r\n"))
+      read("FILE \"/music/album.flac\" WAVE\r\nTRACK 01 AUDIO\r\nINDEX 01 00:00:32\r\n"
+           "TRACK 02 AUDIO\r\nINDEX 00 00:00:00\r\nINDEX 01 61:01:74\r\n"))
       << error;
   EXPECT_EQ(sheet.audioFile, "/music/album.flac");
   ASSERT_EQ(sheet.tracks.size(), 2u);
-  EXPECT_EQ(sheet.tracks[0].startMs, 426u) << "32 frames of 1/75 s, from INDEX 01";
-  EXPECT_EQ(sheet.tracks[1].startMs, (61u * 60u + 1u) * 1000u + 986u);
-}
-
-TEST_F(CueSheetTest, SheetsItCannotPlay_AreRefusedWithTheReason) {
+  EXPECT_EQ(sheet.tracks[0].startMs, 426u) << "32 frames of 1/75 s";
+  EXPECT_EQ(sheet.tracks[1].startMs, (61u * 60u + 1u) * 1000u + 986u) << "from INDEX 01";
   std::pair<char const*, char const*> const cases[] = {
       {"FILE \"a.flac\" WAVE\nTRACK 01 AUDIO\nINDEX 01 00:00:75\n", "bad INDEX time on line 3"},
       {"FILE \"a.flac\" WAVE\nTRACK 01 AUDIO\nFILE \"b.flac\" WAVE\n",
@@ -92,7 +88,7 @@ TEST_F(CueSheetTest, SheetsItCannotPlay_AreRefusedWithTheReason) {
     EXPECT_FALSE(read(text));
     EXPECT_EQ(error, reason);
   }
-  EXPECT_FALSE(CueSheet::read(folder + "no-such.cue", &sheet, &error));
+  EXPECT_FALSE(CueSheet::read(path + ".missing", &sheet, &error));
   EXPECT_EQ(error, "cannot read the cue sheet");
 }
 
