@@ -74,8 +74,9 @@ bool AVDemuxer::open() {
   char const* url = customIO != nullptr ? nullptr : mResource->uri.c_str();
   int result = openInput(&context, url, mResource->mimeType);
   if (result < 0) {
-    LogMessage(LOG_ERROR, kTag) << this << ": Could not open or parse input: "
-                                << mWrapper->strerror(result);
+    // An open interrupted by a stop is no failure of the input.
+    LogMessage(mRunning ? LOG_ERROR : LOG_DETAIL, kTag)
+        << this << ": Could not open or parse input: " << mWrapper->strerror(result);
     freeCustomIOContext(customIO);
     return false;
   }
@@ -95,8 +96,8 @@ bool AVDemuxer::open() {
 
   int const streamInfo = mWrapper->formatFindStreamInfo(mFormatContext, nullptr);
   if (streamInfo < 0) {
-    LogMessage(LOG_ERROR, kTag) << this << ": Failed to find stream info: "
-                                << mWrapper->strerror(streamInfo);
+    LogMessage(mRunning ? LOG_ERROR : LOG_DETAIL, kTag)
+        << this << ": Failed to find stream info: " << mWrapper->strerror(streamInfo);
     return false;
   }
   mStreamIndex = mWrapper->findBestStream(mFormatContext, AVMEDIA_TYPE_AUDIO);

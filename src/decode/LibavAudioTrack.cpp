@@ -87,9 +87,13 @@ void LibavAudioTrack::decodingThread() {
   nameCurrentThread("oru-decode");
   mWrapper->registerAll();
   mDemuxer = AVDemuxer::create(&mResource, mRunning, mWrapper, mVersion);
+  // A stop interrupts the input and the decoder on purpose: what fails then is no fault of the
+  // stream, and the thread ends quietly.
   if (!mDemuxer) {
-    LogMessage(LOG_ERROR, kTag) << this << ": Failed to create demuxer";
-    onTrackError(AudioPlayer::MEDIA_ERROR_FORMAT, Failure::kDemuxer);
+    if (mRunning) {
+      LogMessage(LOG_ERROR, kTag) << this << ": Failed to create demuxer";
+      onTrackError(AudioPlayer::MEDIA_ERROR_FORMAT, Failure::kDemuxer);
+    }
     return;
   }
   if (mDecoderFactory != nullptr) {
@@ -102,8 +106,10 @@ void LibavAudioTrack::decodingThread() {
   if (!mDecoder) {
     mDecoder = AVDecoderDelegate::create(mDemuxer->getStream(), mConfig, mWrapper, mVersion);
     if (!mDecoder) {
-      LogMessage(LOG_ERROR, kTag) << this << ": Failed to create decoder";
-      onTrackError(AudioPlayer::MEDIA_ERROR_FORMAT, Failure::kDecoder);
+      if (mRunning) {
+        LogMessage(LOG_ERROR, kTag) << this << ": Failed to create decoder";
+        onTrackError(AudioPlayer::MEDIA_ERROR_FORMAT, Failure::kDecoder);
+      }
       return;
     }
   }
@@ -133,8 +139,10 @@ void LibavAudioTrack::decodingThread() {
     DecodeStatus const status = mDecoder->decode(packet.get(), mQueue);
     mDemuxer->releaseChunk(packet);
     if (status != DecodeStatus::Ok) {
-      LogMessage(LOG_ERROR, kTag) << this << ": Failed to decode";
-      onTrackError(AudioPlayer::MEDIA_ERROR_INTERNAL, Failure::kDecode);
+      if (mRunning) {
+        LogMessage(LOG_ERROR, kTag) << this << ": Failed to decode";
+        onTrackError(AudioPlayer::MEDIA_ERROR_INTERNAL, Failure::kDecode);
+      }
       return;
     }
   }
