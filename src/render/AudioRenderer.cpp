@@ -57,10 +57,12 @@ void AudioRenderer::stop() {
 void AudioRenderer::render(std::shared_ptr<AudioTrack> track) {
   {
     boost::lock_guard<boost::mutex> lock(mMutex);
-    mCurrentTrack = std::move(track);
+    std::swap(mCurrentTrack, track);
     ++mRenderCount;
   }
   mCondition.notify_one();
+  // `track` now holds the previous track, released here, outside the lock: if this was its
+  // last reference, its destructor joins its decoding thread.
 }
 
 void AudioRenderer::renderThread() {
@@ -69,6 +71,7 @@ void AudioRenderer::renderThread() {
   std::shared_ptr<AudioTrack> track;  // the track this pass works on
   uint64_t trackRenderCount = 0;      // mRenderCount when it was taken
   for (;;) {
+    std::shared_ptr<AudioTrack> current;
     {
       boost::unique_lock<boost::mutex> lock(mMutex);
       if (!track) {
@@ -77,7 +80,7 @@ void AudioRenderer::renderThread() {
           LogMessage(LOG_DETAIL, kTag) << "renderThread: after wait";
         }
       }
-      track = mCurrentTrack;
+      current = mCurrentTrack;
       trackRenderCount = mRenderCount;
       if (!mRunning) {
         lock.unlock();
@@ -85,6 +88,8 @@ void AudioRenderer::renderThread() {
         return;
       }
     }
+    // The reference to the previous track, maybe its last one, goes outside the lock.
+    track = std::move(current);
     if (!track) {
       hwStop(STOP_DRAIN);
       continue;
@@ -122,7 +127,11 @@ void AudioRenderer::renderThread() {
         break;
       case AudioTrack::Underrun:
         updatePosition(track.get());
-        hwUnderrun();
+        if (mHwState == kStarted) {
+          hwUnderrun();
+        } else {
+          usleep(kPollIntervalUs);  // nothing to signal to: wait as while buffering, not spin
+        }
         break;
       case AudioTrack::Finished:
         hwStop(STOP_DRAIN);
@@ -135,11 +144,13 @@ void AudioRenderer::renderThread() {
     }
 
     if (dropTrack) {
-      boost::lock_guard<boost::mutex> lock(mMutex);
-      if (mCurrentTrack == track && mRenderCount == trackRenderCount) {
-        mCurrentTrack.reset();
+      {
+        boost::lock_guard<boost::mutex> lock(mMutex);
+        if (mCurrentTrack == track && mRenderCount == trackRenderCount) {
+          mCurrentTrack.reset();
+        }
       }
-      track.reset();
+      track.reset();  // outside the lock: it may be the last reference
     }
   }
 }
