@@ -61,7 +61,10 @@ class ORU_EXPORT GaplessLogicalTrack {
 // A player whose host prepares logical tracks. Commands run on the caller's thread against the
 // list of logical tracks (under one mutex) and then on the base player. The listener and the
 // token delegate given to the constructor are owned by the gapless player and deleted with it;
-// no event reaches the host once destruction has begun.
+// no event reaches the host once destruction has begun. The token delegate may be null: the
+// host is then never asked to update a stored token. Streams prepared through the inherited
+// AudioPlayer::prepare carry the host's own token; they have no logical track, and their events
+// are dropped.
 //
 // The host's listener is called from the player's command thread; the logical starts and
 // finishes inside a stream are raised with the list mutex held, so a listener must not call

@@ -158,13 +158,29 @@ std::unique_ptr<GaplessLogicalTrack> firstCopy(std::list<GaplessLogicalTrack> co
   return nullptr;
 }
 
+// True when `token` names the stream of `entry`. A host may prepare streams through the inherited
+// prepare, with tokens of its own: those name no logical track (and PhysicalToken::compare would
+// throw on them).
+bool onStream(GaplessLogicalTrack const& entry, AudioPlayer::Token const& token) {
+  return dynamic_cast<PhysicalToken const*>(&token) != nullptr &&
+         entry.physicalToken->compare(token) == 0;
+}
+
+// Asks the host, if it gave a token delegate, to store `token` in an entry found again.
+void updateToken(GaplessPlayer::TrackTokenDelegate* delegate, GaplessLogicalTrack& entry,
+                 AudioPlayer::Token const& token) {
+  if (delegate != nullptr) {
+    delegate->updateTrackToken(entry.logicalToken.get(), token);
+  }
+}
+
 }  // namespace
 
 std::unique_ptr<GaplessLogicalTrack> GaplessPlayer::getCurrentLogicalTrackFromPhysicalToken(
     Token const& physicalToken) const {
   std::lock_guard<std::mutex> lock(mListMutex);
   return firstCopy(mLogicalTrackList, [&](GaplessLogicalTrack const& entry) {
-    return entry.physicalToken->compare(physicalToken) == 0;
+    return onStream(entry, physicalToken);
   });
 }
 
@@ -198,7 +214,7 @@ void GaplessPlayer::onPhysicalStreamStarted(Token const& physicalToken, unsigned
   }
   GaplessLogicalTrack& head = mLogicalTrackList.front();
   // A head that already started (a resume) keeps its offset.
-  if (head.physicalToken->compare(physicalToken) == 0 && !head.started) {
+  if (onStream(head, physicalToken) && !head.started) {
     head.startOffsetMs = position;
     head.started = true;
     LogMessage(LOG_INFO, kTag) << "onPhysicalStreamStarted"
@@ -322,7 +338,7 @@ bool GaplessPlayer::isTrackAlreadyEnqueuedInList(std::string trackId, std::strin
   for (auto entry = std::next(mLogicalTrackList.begin()); entry != mLogicalTrackList.end();
        ++entry) {
     if (entry->streamUrl == streamUrl && entry->trackId == trackId) {
-      mTrackTokenDelegate->updateTrackToken(entry->logicalToken.get(), token);
+      updateToken(mTrackTokenDelegate, *entry, token);
       return true;
     }
   }
@@ -336,7 +352,7 @@ std::unique_ptr<GaplessLogicalTrack> GaplessPlayer::updateTrackForReuse(
     if (entry.streamUrl == track->streamUrl && entry.trackId == track->trackId &&
         entry.logicalToken->compare(*track->logicalToken) == 0 &&
         entry.physicalToken->compare(*track->physicalToken) == 0) {
-      mTrackTokenDelegate->updateTrackToken(entry.logicalToken.get(), token);
+      updateToken(mTrackTokenDelegate, entry, token);
       return entry.clone();
     }
   }
@@ -344,10 +360,13 @@ std::unique_ptr<GaplessLogicalTrack> GaplessPlayer::updateTrackForReuse(
 }
 
 void GaplessPlayer::removeStreamFromLogicalTrackList(Token const& physicalToken) {
+  if (dynamic_cast<PhysicalToken const*>(&physicalToken) == nullptr) {
+    return;  // a stream the host prepared through the inherited prepare
+  }
   std::string streamUrl;
   auto entry = mLogicalTrackList.begin();
   while (entry != mLogicalTrackList.end()) {
-    if (entry->physicalToken->compare(physicalToken) != 0) {
+    if (!onStream(*entry, physicalToken)) {
       ++entry;
     } else if (streamUrl.empty()) {
       streamUrl = entry->streamUrl;
@@ -361,8 +380,10 @@ void GaplessPlayer::removeStreamFromLogicalTrackList(Token const& physicalToken)
 }
 
 void GaplessPlayer::removeTracksBeforeStream(Token const& physicalToken) {
-  while (!mLogicalTrackList.empty() &&
-         mLogicalTrackList.front().physicalToken->compare(physicalToken) != 0) {
+  if (dynamic_cast<PhysicalToken const*>(&physicalToken) == nullptr) {
+    return;  // a stream the host prepared through the inherited prepare
+  }
+  while (!mLogicalTrackList.empty() && !onStream(mLogicalTrackList.front(), physicalToken)) {
     mLogicalTrackList.pop_front();
   }
 }

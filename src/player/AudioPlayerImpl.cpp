@@ -5,11 +5,23 @@
 #include <oru/Log.h>
 
 #include <algorithm>
+#include <typeinfo>
 
 namespace oru {
 namespace {
 
 constexpr char kTag[] = "AudioPlayer";
+
+// True when `a` and `b` name the same track. A host that drives a gapless player through the
+// inherited prepare mixes its own tokens with the player's, and a class may throw when compared
+// with another (PhysicalToken throws std::bad_cast): tokens of different classes differ.
+bool sameTrack(AudioPlayer::Token const& a, AudioPlayer::Token const& b) {
+  try {
+    return a.compare(b) == 0;
+  } catch (std::bad_cast const&) {
+    return false;
+  }
+}
 
 }  // namespace
 
@@ -114,7 +126,7 @@ void AudioPlayer::Impl::handlePrepare(PlayBehavior behavior, Resource const& res
 
   std::shared_ptr<AudioTrack> track;
   for (auto const& queued : mQueue) {
-    if (queued->token().compare(token) == 0 && queued->uri() == resource.uri) {
+    if (sameTrack(queued->token(), token) && queued->uri() == resource.uri) {
       track = queued;
       break;
     }
@@ -171,7 +183,7 @@ void AudioPlayer::Impl::handlePlay(Token const& token, long long commonTime) {
   LogMessage(LOG_INFO, kTag) << "handlePlay token: " << token << " commonTime: " << commonTime;
   if (mQueue.empty()) {
     LogMessage(LOG_ERROR, kTag) << "Cannot play: the queue is empty";
-  } else if (mQueue.front()->token().compare(token) == 0) {
+  } else if (sameTrack(mQueue.front()->token(), token)) {
     mQueue.front()->play(commonTime);
   } else {
     LogMessage(LOG_ERROR, kTag) << "Cannot play: expected token '" << mQueue.front()->token()
@@ -245,7 +257,7 @@ void AudioPlayer::Impl::notifyIfNextIsReady(bool afterFailure) {
 }
 
 bool AudioPlayer::Impl::isHead(AudioTrack const& track) const {
-  return !mQueue.empty() && mQueue.front()->token().compare(track.token()) == 0;
+  return !mQueue.empty() && sameTrack(mQueue.front()->token(), track.token());
 }
 
 void AudioPlayer::Impl::postReport(AudioTrack* track, std::function<void(TrackRef const&)> report) {

@@ -118,6 +118,25 @@ TEST_F(GaplessPlayerTest, ReplaceAllAndEnqueue_KeepOneEntryPerTrackBehindTheHead
   EXPECT_EQ(logger.count("handlePrepare behavior: "), 3) << "REPLACE_ALL always prepares";
 }
 
+TEST(GaplessForeignTokenTest, InheritedPrepareAndANullTokenDelegate_AreHarmless) {
+  test::ScriptedDevice device;
+  auto* events = new test::RecordingPlayerListener;  // owned by the player
+  GaplessPlayer player(events, &device, nullptr, nullptr, AudioPlayer::TIMESTAMP_STREAM, nullptr);
+  AudioPlayer::Resource resource;
+  resource.uri = test::fixture("tone.flac");
+  player.prepare("1", AudioPlayer::REPLACE_ALL, resource, 0, -1, -1, NamedToken("a"), 1);
+  ASSERT_TRUE(events->waitFor("trackReady a"));
+  // A stream with the host's own token: it has no logical track, so its events are dropped.
+  static_cast<AudioPlayer&>(player).prepare(AudioPlayer::ENQUEUE, resource, 0, -1, -1,
+                                            NamedToken("host"), 1);
+  for (int i = 0; i < 2; ++i) {  // the second is a duplicate, whose token the host would update
+    player.prepare("2", AudioPlayer::ENQUEUE, resource, 0, -1, -1, NamedToken("b"), 1);
+  }
+  player.play(NamedToken("a"), 0);
+  ASSERT_TRUE(events->waitFor("playbackFinished a"));
+  EXPECT_EQ(events->startingWith("trackReady"), Events{"trackReady a false"});
+}
+
 // The translation of physical events, driven by hand against a gapless player's list.
 TEST_F(GaplessPlayerTest, PhysicalEvents_GoToTheLogicalTrackPlayingAtTheirPosition) {
   auto* host = new test::RecordingPlayerListener;
