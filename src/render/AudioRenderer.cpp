@@ -134,6 +134,9 @@ void AudioRenderer::renderThread() {
         }
         break;
       case AudioTrack::Finished:
+        if (mHwState == kPaused) {
+          hwResume();  // the audio the device holds paused is played out, not discarded
+        }
         hwStop(STOP_DRAIN);
         dropTrack = checkDrained(track.get());
         break;
@@ -251,10 +254,9 @@ void AudioRenderer::reportPlayedFrames(AudioTrack* track, int64_t played) {
 }
 
 bool AudioRenderer::checkDrained(AudioTrack* track) {
-  if (mHwState != kDraining) {
-    return true;
-  }
-  int64_t const played = mHW->getPlayedFrames();
+  // A device that was never started (an empty stream) or has stopped has nothing left to play:
+  // the track finishes at once, as it does once a draining device has played everything.
+  int64_t const played = mHwState == kDraining ? mHW->getPlayedFrames() : -1;
   if (played >= 0) {
     reportPlayedFrames(track, played);
     if (played < mFramesWritten) {
@@ -289,6 +291,7 @@ int AudioRenderer::hwStart(int64_t time, AudioFormat format, int channels, int r
     LogMessage(LOG_ERROR, kTag) << "mHW->start() failed: " << result;
     return result;
   }
+  mFormat = format;
   mChannels = channels;
   mRate = rate;
   mFrameBytes = bytesPerSample(format) * channels;
@@ -320,6 +323,17 @@ void AudioRenderer::hwStop(StopBehavior behavior) {
       }
       return;
   }
+}
+
+void AudioRenderer::hwResume() {
+  int const result = mHW->start(mFormat, mChannels);
+  if (result != 0) {
+    LogMessage(LOG_ERROR, kTag) << "mHW->start() failed: " << result;
+    clearState();
+    return;
+  }
+  mFramesWritten = 0;  // the device counts played frames from its start
+  mHwState = kStarted;
 }
 
 void AudioRenderer::hwPause() {

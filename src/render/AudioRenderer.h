@@ -29,12 +29,14 @@ namespace oru {
 // Device states and their transitions (the device call made on the way in brackets):
 //
 //   Stopped, Paused, Draining  a buffer needs the device, start() succeeds   -> Started
+//   Paused     end of stream: what it holds plays out (start(), stop(DRAIN)) -> Draining
 //   Started    end of stream, new format, track detached (stop(DRAIN))       -> Draining
 //   Started    pause in TIMESTAMP_STREAM (stop(PAUSE))                       -> Paused
 //   Started    pause in the other modes (stop(DRAIN))                        -> Stopped
-//   Paused     any stop (stop(FLUSH))                                        -> Stopped
+//   Paused     any other stop (stop(FLUSH))                                  -> Stopped
 //   Started, Draining  track stopped or failed, thread ends (stop(FLUSH))    -> Stopped
 //   Draining   everything written has played (or played is unknown)        -> Stopped
+// A track whose stream ends is told it has been played out exactly once, from any state.
 class AudioRenderer {
  public:
   // Starts the render thread at once. `commonTime` is used only in TIMESTAMP_COMMON.
@@ -77,6 +79,8 @@ class AudioRenderer {
   void clearState();
   int hwStart(int64_t time, AudioFormat format, int channels, int rate);
   void hwStop(StopBehavior behavior);
+  // Starts a paused device again, so that what it holds plays out.
+  void hwResume();
   void hwPause();
   int hwWrite(int64_t time, unsigned int* frames, void const* data);
   void hwUnderrun();
@@ -89,6 +93,7 @@ class AudioRenderer {
 
   // Render thread only.
   HwState mHwState = kStopped;
+  AudioFormat mFormat = PCM_S16;
   int mRate = 0;
   int mFrameBytes = 0;
   int mChannels = 0;

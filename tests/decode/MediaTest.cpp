@@ -82,7 +82,8 @@ TEST(MediaEndTest, EachInput_EndsItsTrackWithTheExpectedEvent) {
        std::string("playbackFailed a 2 ") + Failure::kDecoder,
        ": Failed to guess channel layout for 9"},
       // The same damage as the Vorbis file's: the MP3 decoder skips it and plays on.
-      {"corrupt-mp3.mka", "", "playbackFinished a", ": skipping the frame: "}};
+      {"corrupt-mp3.mka", "", "playbackFinished a", ": skipping the frame: "},
+      {"empty.wav", "", "playbackFinished a 0", ""}};
   for (auto const& c : cases) {
     test::RecordingLogger logger;
     test::PlayerHarness harness;

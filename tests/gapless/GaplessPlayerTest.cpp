@@ -126,9 +126,8 @@ TEST(GaplessForeignTokenTest, InheritedPrepareAndANullTokenDelegate_AreHarmless)
   resource.uri = test::fixture("tone.flac");
   player.prepare("1", AudioPlayer::REPLACE_ALL, resource, 0, -1, -1, NamedToken("a"), 1);
   ASSERT_TRUE(events->waitFor("trackReady a"));
-  // A stream with the host's own token: it has no logical track, so its events are dropped.
-  static_cast<AudioPlayer&>(player).prepare(AudioPlayer::ENQUEUE, resource, 0, -1, -1,
-                                            NamedToken("host"), 1);
+  AudioPlayer& base = player;  // through the inherited prepare, the host's own token
+  base.prepare(AudioPlayer::ENQUEUE, resource, 0, -1, -1, NamedToken("host"), 1);
   for (int i = 0; i < 2; ++i) {  // the second is a duplicate, whose token the host would update
     player.prepare("2", AudioPlayer::ENQUEUE, resource, 0, -1, -1, NamedToken("b"), 1);
   }

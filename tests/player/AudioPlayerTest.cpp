@@ -134,7 +134,6 @@ TEST_F(AudioPlayerTest, ProgressAndMetadata_ReachTheHost) {
   EXPECT_EQ(listener.startingWith("progressReportDelayElapsed").size(), 1u);
   Events const metadata = listener.startingWith("streamMetadataExtracted a {");
   ASSERT_EQ(metadata.size(), 1u);
-  // Stream tags win over the container's.
   EXPECT_NE(metadata[0].find("\"ALBUM\":\"The Album\""), std::string::npos) << metadata[0];
   EXPECT_NE(metadata[0].find("\"title\":\"Stream Title\""), std::string::npos) << metadata[0];
 }

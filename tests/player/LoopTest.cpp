@@ -63,8 +63,7 @@ TEST(LoopLifecycleTest, StopRunsWhatWasQueuedBeforeIt_AndDestroysLaterClosuresUn
     std::promise<void> gate, done;
     loop.post([released = gate.get_future().share()] { released.wait(); });
     loop.post([&] {
-      // Stopping from the loop thread queues the stop, then fails to join itself.
-      EXPECT_THROW(loop.stop(), boost::thread_resource_error);
+      EXPECT_THROW(loop.stop(), boost::thread_resource_error);  // queues the stop, cannot join
       loop.post([&journal, payload] { journal.add("after the stop"); });
       done.set_value();
     });

@@ -96,7 +96,15 @@ TEST_F(AudioRendererTest, PauseOnTheStreamsTimeline_KeepsTheDevicePausedUntilThe
   renderer->render(nullptr);  // a paused device that loses its track is flushed
 
   ASSERT_TRUE(device.waitForCalls(7));
-  EXPECT_EQ(device.transcript(), "s0/2 w480 p2 s0/2 w480 p2 p1");
+  // A stream that ends while the device holds it paused plays out what the device holds.
+  auto last = std::make_shared<ScriptedTrack>(AudioTrack::Finished);
+  last->answer(AudioTrack::FormatChanged, kStereo16, 0, 480, 0);
+  last->answer(AudioTrack::Paused);
+  renderer->render(last);
+  ASSERT_TRUE(device.waitForCalls(10));
+  renderer->render(last);
+  ASSERT_TRUE(last->waitFor("f"));
+  EXPECT_EQ(device.transcript(), "s0/2 w480 p2 s0/2 w480 p2 p1 s0/2 w480 p2 s0/2 p0");
   EXPECT_EQ(device.calls.entries()[4].timestamp, ns(480));
 }
 

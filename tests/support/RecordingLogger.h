@@ -4,8 +4,6 @@
 
 #include <oru/Log.h>
 
-#include <algorithm>
-#include <functional>
 #include <string>
 
 namespace oru::test {
@@ -28,9 +26,10 @@ struct RecordingLogger : LoggingDelegate, Recorder<std::string> {
   bool logged(std::string const& text) const { return count(text) > 0; }
   // The lines of error level or above.
   std::vector<std::string> errors() const {
-    std::vector<std::string> lines = entries();
-    auto const isError = [](std::string const& line) { return line[line.find(' ') + 1] >= '5'; };
-    lines.erase(std::remove_if(lines.begin(), lines.end(), std::not_fn(isError)), lines.end());
+    std::vector<std::string> lines;
+    for (std::string const& line : entries()) {
+      (line[line.find(' ') + 1] >= '5' ? lines : std::vector<std::string>()).push_back(line);
+    }
     return lines;
   }
 };
