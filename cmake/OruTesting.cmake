@@ -1,6 +1,6 @@
 # oru_add_test(NAME <name> SOURCES <files...> LABELS <labels...> [LIBRARIES <libs...>])
 # One GoogleTest executable, linked with the engine's internal library and the test support
-# code, registered with CTest under the given labels (unit, e2e, stress).
+# code, registered with CTest under the given labels (unit, e2e).
 include(GoogleTest)
 
 function(oru_add_test)
