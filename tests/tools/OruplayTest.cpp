@@ -74,10 +74,11 @@ TEST_F(OruplayTest, StatusLine_NamesTheSongOfEachChainedLinkAsItPlays) {
   EXPECT_NE(out.find("[1/1] " + fixture("chained.ogg") + "  0:01"), std::string::npos) << out;
 }
 
-TEST_F(OruplayTest, CtrlC_StopsCleanlyWithACompleteFile) {
+TEST_F(OruplayTest, CtrlC_WhileTheFirstInputPlays_StopsCleanlyWithACompleteFile) {
   std::string const tone = fixture("tone.flac");
-  EXPECT_EQ(run("oruplay --realtime " + toWav + tone + " " + tone + " & until grep -qF '[1/2]' '" +
-                base + ".out'; do sleep 0.01; done; kill -INT $!; wait $!"),
+  EXPECT_EQ(run("oruplay --realtime " + toWav + tone + " " + tone + " & for i in $(seq 2000); do " +
+                "grep -qF '[1/2]' '" + base + ".out' && break; sleep 0.01; done; kill -INT $!; " +
+                "wait $!"),
             130);
   EXPECT_NE(err.find("oruplay: interrupted"), std::string::npos) << err;
   EXPECT_GT(wavFrames(), 0);
