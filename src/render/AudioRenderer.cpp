@@ -134,8 +134,9 @@ void AudioRenderer::renderThread() {
         }
         break;
       case AudioTrack::Finished:
-        if (mHwState == kPaused) {
-          hwResume();  // the audio the device holds paused is played out, not discarded
+        // The audio a paused device holds is played out, not discarded: start it again first.
+        if (mHwState == kPaused && hwStart(mStartTime, mFormat, mChannels, mRate) != 0) {
+          clearState();
         }
         hwStop(STOP_DRAIN);
         dropTrack = checkDrained(track.get());
@@ -323,17 +324,6 @@ void AudioRenderer::hwStop(StopBehavior behavior) {
       }
       return;
   }
-}
-
-void AudioRenderer::hwResume() {
-  int const result = mHW->start(mFormat, mChannels);
-  if (result != 0) {
-    LogMessage(LOG_ERROR, kTag) << "mHW->start() failed: " << result;
-    clearState();
-    return;
-  }
-  mFramesWritten = 0;  // the device counts played frames from its start
-  mHwState = kStarted;
 }
 
 void AudioRenderer::hwPause() {

@@ -79,8 +79,6 @@ class AudioRenderer {
   void clearState();
   int hwStart(int64_t time, AudioFormat format, int channels, int rate);
   void hwStop(StopBehavior behavior);
-  // Starts a paused device again, so that what it holds plays out.
-  void hwResume();
   void hwPause();
   int hwWrite(int64_t time, unsigned int* frames, void const* data);
   void hwUnderrun();
