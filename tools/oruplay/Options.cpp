@@ -37,42 +37,34 @@ option const kLongOptions[] = {{"output", required_argument, nullptr, 'o'},
                                {"help", no_argument, nullptr, 'h'},
                                {nullptr, 0, nullptr, 0}};
 
-bool parseNumber(char const* text, long minimum, long maximum, long* value) {
+// Reads `text` into `value` when it is a whole number from `minimum` to `maximum`; else `reason`.
+template <typename Number>
+std::string readNumber(char const* text, long minimum, long maximum, Number* value,
+                       char const* reason) {
   char* end = nullptr;
   long const parsed = std::strtol(text, &end, 10);
   if (end == text || *end != '\0' || parsed < minimum || parsed > maximum) {
-    return false;
+    return reason;
   }
-  *value = parsed;
-  return true;
+  *value = static_cast<Number>(parsed);
+  return "";
 }
 
 // Applies option `letter` with its argument `text`; the reason when the argument is not valid.
 std::string apply(int letter, char const* text, Options* options) {
-  long number = 0;
   std::string const value = text;
   switch (letter) {
     case 'o':
       options->output = value;
       return "";
     case 'r':
-      if (!parseNumber(text, 8000, 384000, &number)) {
-        return "--rate needs a rate from 8000 to 384000";
-      }
-      options->rate = static_cast<int>(number);
-      return "";
+      return readNumber(text, 8000, 384000, &options->rate,
+                        "--rate needs a rate from 8000 to 384000");
     case 's':
-      if (!parseNumber(text, 0, 0x7FFFFFFF, &number)) {
-        return "--start needs a number of milliseconds";
-      }
-      options->startMs = static_cast<unsigned>(number);
-      return "";
+      return readNumber(text, 0, 0x7FFFFFFF, &options->startMs,
+                        "--start needs a number of milliseconds");
     case 'l':
-      if (!parseNumber(text, 0, 6, &number)) {
-        return "--log-level needs a level from 0 to 6";
-      }
-      options->logLevel = static_cast<int>(number);
-      return "";
+      return readNumber(text, 0, 6, &options->logLevel, "--log-level needs a level from 0 to 6");
     default:  // 'f'
       if (value != "s16" && value != "s32" && value != "float") {
         return "unknown format '" + value + "' (s16, s32 or float)";
