@@ -87,13 +87,8 @@ void LibavAudioTrack::decodingThread() {
   nameCurrentThread("oru-decode");
   mWrapper->registerAll();
   mDemuxer = AVDemuxer::create(&mResource, mRunning, mWrapper, mVersion);
-  // A stop interrupts the input and the decoder on purpose: what fails then is no fault of the
-  // stream, and the thread ends quietly.
   if (!mDemuxer) {
-    if (mRunning) {
-      LogMessage(LOG_ERROR, kTag) << this << ": Failed to create demuxer";
-      onTrackError(AudioPlayer::MEDIA_ERROR_FORMAT, Failure::kDemuxer);
-    }
+    decodingFailed(AudioPlayer::MEDIA_ERROR_FORMAT, Failure::kDemuxer, "Failed to create demuxer");
     return;
   }
   if (mDecoderFactory != nullptr) {
@@ -106,10 +101,8 @@ void LibavAudioTrack::decodingThread() {
   if (!mDecoder) {
     mDecoder = AVDecoderDelegate::create(mDemuxer->getStream(), mConfig, mWrapper, mVersion);
     if (!mDecoder) {
-      if (mRunning) {
-        LogMessage(LOG_ERROR, kTag) << this << ": Failed to create decoder";
-        onTrackError(AudioPlayer::MEDIA_ERROR_FORMAT, Failure::kDecoder);
-      }
+      decodingFailed(AudioPlayer::MEDIA_ERROR_FORMAT, Failure::kDecoder,
+                     "Failed to create decoder");
       return;
     }
   }
@@ -139,10 +132,7 @@ void LibavAudioTrack::decodingThread() {
     DecodeStatus const status = mDecoder->decode(packet.get(), mQueue);
     mDemuxer->releaseChunk(packet);
     if (status != DecodeStatus::Ok) {
-      if (mRunning) {
-        LogMessage(LOG_ERROR, kTag) << this << ": Failed to decode";
-        onTrackError(AudioPlayer::MEDIA_ERROR_INTERNAL, Failure::kDecode);
-      }
+      decodingFailed(AudioPlayer::MEDIA_ERROR_INTERNAL, Failure::kDecode, "Failed to decode");
       return;
     }
   }
@@ -164,6 +154,16 @@ void LibavAudioTrack::changeState(State newState) {
 void LibavAudioTrack::onTrackError(AudioPlayer::MediaError error, std::string const& message) {
   changeState(Error);
   mListener->onTrackError(this, error, message);
+}
+
+void LibavAudioTrack::decodingFailed(AudioPlayer::MediaError error, char const* failure,
+                                     char const* what) {
+  // A stop interrupts the input and the decoder on purpose: what fails then is no fault of the
+  // stream, and the thread ends quietly.
+  if (mRunning) {
+    LogMessage(LOG_ERROR, kTag) << this << ": " << what;
+    onTrackError(error, failure);
+  }
 }
 
 void LibavAudioTrack::endTrack() {

@@ -66,6 +66,8 @@ class LibavAudioTrack : public AudioTrack {
   void stopDecodingThread();
   void changeState(State newState);
   void onTrackError(AudioPlayer::MediaError error, std::string const& message);
+  // Reports a failure of the stream, with its log line `what`, unless the track is stopping.
+  void decodingFailed(AudioPlayer::MediaError error, char const* failure, char const* what);
   // Pushes the end markers.
   void endTrack();
   // Reports `metadata` unless it equals what was reported last. Decoding thread.
