@@ -158,12 +158,15 @@ std::unique_ptr<GaplessLogicalTrack> firstCopy(std::list<GaplessLogicalTrack> co
   return nullptr;
 }
 
-// True when `token` names the stream of `entry`. A host may prepare streams through the inherited
-// prepare, with tokens of its own: those name no logical track (and PhysicalToken::compare would
-// throw on them).
+// A host may prepare streams through the inherited prepare, with tokens of its own: those name
+// no logical track (and PhysicalToken::compare would throw on them).
+bool isPhysical(AudioPlayer::Token const& token) {
+  return dynamic_cast<PhysicalToken const*>(&token) != nullptr;
+}
+
+// True when `token` names the stream of `entry`.
 bool onStream(GaplessLogicalTrack const& entry, AudioPlayer::Token const& token) {
-  return dynamic_cast<PhysicalToken const*>(&token) != nullptr &&
-         entry.physicalToken->compare(token) == 0;
+  return isPhysical(token) && entry.physicalToken->compare(token) == 0;
 }
 
 // Asks the host, if it gave a token delegate, to store `token` in an entry found again.
@@ -360,9 +363,6 @@ std::unique_ptr<GaplessLogicalTrack> GaplessPlayer::updateTrackForReuse(
 }
 
 void GaplessPlayer::removeStreamFromLogicalTrackList(Token const& physicalToken) {
-  if (dynamic_cast<PhysicalToken const*>(&physicalToken) == nullptr) {
-    return;  // a stream the host prepared through the inherited prepare
-  }
   std::string streamUrl;
   auto entry = mLogicalTrackList.begin();
   while (entry != mLogicalTrackList.end()) {
@@ -380,7 +380,7 @@ void GaplessPlayer::removeStreamFromLogicalTrackList(Token const& physicalToken)
 }
 
 void GaplessPlayer::removeTracksBeforeStream(Token const& physicalToken) {
-  if (dynamic_cast<PhysicalToken const*>(&physicalToken) == nullptr) {
+  if (!isPhysical(physicalToken)) {
     return;  // a stream the host prepared through the inherited prepare
   }
   while (!mLogicalTrackList.empty() && !onStream(mLogicalTrackList.front(), physicalToken)) {
