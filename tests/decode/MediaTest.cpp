@@ -46,8 +46,7 @@ TEST_P(MediaTest, PlaysToTheEndWithEveryFrameAtContinuousTimes) {
 }
 
 // Converting to 48 kHz leaves the converter's last frames unflushed (17 at 44.1 kHz, 34 at
-// 22.05 kHz, none at 48 kHz). AAC also keeps its padding (up to one 1024-sample frame) and, in
-// ADTS, which has no edit list to trim them, its priming samples too.
+// 22.05 kHz). AAC keeps its padding (up to 1024 samples) and, in ADTS, its priming too.
 INSTANTIATE_TEST_SUITE_P(
     Media, MediaTest,
     ::testing::Values(Media{"tone.wav", "", 1.5, 2, 40}, Media{"tone-s24.wav", "", 1.5, 2, 40},

@@ -39,8 +39,7 @@ TEST(GaplessPlaybackTest, AlbumInOneFile_EachLogicalTrackStartsAndFinishesOnItsO
   prepare("3", AudioPlayer::ENQUEUE, "t3");
   player.onGaplessInfoEvent({State::TRACK_START, album, "2", 1000});
   player.onGaplessInfoEvent({State::TRACK_END, album, "2", 2000});
-  // The track reads its position for the start report after handing itself to the renderer;
-  // an instant device must not run ahead before the start is reported, as no real one can.
+  // An instant device must not run ahead before the start is reported, as no real one can.
   device.holdWritesAfter(0);
   player.play(NamedToken("t1"), 0);
   ASSERT_TRUE(events->waitFor("playbackStarted t1"));

@@ -1,5 +1,4 @@
-// The gapless layer: logical tracks over physical streams, the list rules of prepare, state
-// events and their offsets, and physical events translated into the host's terms.
+// Logical tracks over physical streams: prepare's list rules, state events, event translation.
 #include <oru/GaplessPlayer.h>
 
 #include "Fixtures.h"

@@ -16,8 +16,7 @@ using Events = std::vector<std::string>;
 
 namespace {
 
-// A host data source that delivers nothing until it is opened (then the stream ends: the input
-// cannot be opened) or cancelled.
+// A host data source that gives nothing until opened (then the input ends) or cancelled.
 struct GatedSource : AudioPlayer::Resource {
   GatedSource() {
     callbackOpaque = this;

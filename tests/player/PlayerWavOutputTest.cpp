@@ -48,9 +48,8 @@ TEST(PlayerWavOutputTest, ThreeCodecsBackToBack_InOrderAndEqualToTheReferenceDec
     ASSERT_TRUE(listener.waitFor("playbackFinished 2"));
   }
 
-  // At the device's own rate nothing is resampled, so nothing is held back at the end of a
-  // track, and the decoders and the conversion to 16 bits are the ffmpeg program's: the file
-  // is the three decodes one after the other, to the sample.
+  // At the device's own rate nothing is resampled or held back, and the decoders and the 16-bit
+  // conversion are the ffmpeg program's: the file is the three decodes in a row, to the sample.
   std::string decoded;
   for (std::string const& file : files) {
     FILE* pipe = popen(("ffmpeg -nostdin -v error -i '" + file + "' -f s16le -").c_str(), "r");

@@ -111,8 +111,7 @@ TEST_F(AudioRendererTest, PauseOnTheStreamsTimeline_KeepsTheDevicePausedUntilThe
 TEST_F(AudioRendererTest, PauseOnTheDevicesClock_DrainsAndRestartsAtTheNextBuffersTime) {
   track->answer(AudioTrack::FormatChanged, kStereo16, 0, 480, kSecond);
   track->answer(AudioTrack::Paused);
-  // The track plays again while the pause is still reaching the device, before the render
-  // thread lets go of it: that render must not be lost.
+  // The track plays again while its pause still reaches the device: that render is not lost.
   // The hook also runs when the renderer is destroyed, after this body: it owns its flag.
   auto playedAgain = std::make_shared<std::atomic<bool>>(false);
   device.stopHook = [this, playedAgain](StopBehavior) {

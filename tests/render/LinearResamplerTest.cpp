@@ -39,8 +39,7 @@ TEST_P(LinearResamplerTest, DriftDropsOrRepeatsTwoFramesIn20000_KeepingTheRampRi
     Result const result = run(resampler, ramp, 20000, 20004);
     EXPECT_EQ(result.consumed, 20000u);
     EXPECT_EQ(result.produced, ppm > 0 ? 20000u - 2u : 20000u + 2u);
-    // Every output frame lies between neighbouring input frames: the ramp never falls and
-    // rises by at most two frames' worth.
+    // Each output frame lies between neighbouring input frames: the ramp rises by 0 to 2.
     int64_t previous = -1;
     for (unsigned frame = 0; frame < result.produced; ++frame) {
       int64_t const index = ramp.firstFrameOf(&result.bytes[frame * ramp.frameBytes()]);

@@ -27,8 +27,7 @@ class OruplayTest : public ::testing::Test {
       std::remove((base + suffix).c_str());
     }
   }
-  // Runs `command` (in which "oruplay" is the program under test) within a minute; its exit
-  // status, with what it printed in `out` and `err`.
+  // Runs `command` ("oruplay" in it, for a minute at most): its status, with `out` and `err`.
   int run(std::string command) {
     command.replace(command.find("oruplay"), 7, "timeout 60 " ORUPLAY_BINARY);
     int const status = std::system(
