@@ -4,6 +4,7 @@
 
 #include <oru/Log.h>
 
+#include <chrono>
 #include <cstdio>
 
 #if defined(__GNUC__)
@@ -18,6 +19,19 @@ constexpr char kTag[] = "AVDemuxer";
 constexpr int kCustomIOBufferSize = 8192;
 // Bounds how much must arrive before playback can begin.
 constexpr int kProbeSize = 65536;
+
+// A network input may take this long to open and find its stream, or to deliver its next
+// packet, before it counts as dead. Reconnections happen within it, so a dead server ends its track
+// in bounded time.
+constexpr std::chrono::seconds kNetworkDeadline{12};
+// A connection silent for this long is dropped; a stream then reconnects (a live radio
+// survives a short network loss) at most twice, after 0 and 1 s.
+constexpr int kSocketTimeoutUs = 5000000;
+constexpr int kReconnectDelayMaxS = 2;
+
+bool isNetworkUrl(std::string const& url) {
+  return url.rfind("http://", 0) == 0 || url.rfind("https://", 0) == 0;
+}
 
 }  // namespace
 
@@ -55,10 +69,10 @@ bool AVDemuxer::open() {
     LogMessage(LOG_INFO, kTag)
         << this << ": newDataCallback set, playing from callback instead of downloading from URI.";
     auto* buffer = static_cast<unsigned char*>(mWrapper->malloc(kCustomIOBufferSize));
-    customIO = buffer == nullptr ? nullptr
-                                 : mWrapper->avioAllocContext(
-                                       buffer, kCustomIOBufferSize, 0, mResource->callbackOpaque,
-                                       mResource->newDataCallback, nullptr, nullptr);
+    customIO = buffer == nullptr
+                   ? nullptr
+                   : mWrapper->avioAllocContext(buffer, kCustomIOBufferSize, 0, this,
+                                                &AVDemuxer::readCallback, nullptr, nullptr);
     if (customIO == nullptr) {
       LogMessage(LOG_ERROR, kTag) << "Failed to allocate AVIOContext";
       av_free(buffer);
@@ -72,11 +86,15 @@ bool AVDemuxer::open() {
   // With a data callback there is no URL. Without one, an empty URI is passed as an empty
   // string: FFmpeg dereferences a null URL when it has to open the input itself.
   char const* url = customIO != nullptr ? nullptr : mResource->uri.c_str();
+  // The host's data callback governs its own timing; only the engine's own reads have a
+  // deadline.
+  mNetworkInput = customIO == nullptr && isNetworkUrl(mResource->uri);
+  armDeadline();
   int result = openInput(&context, url, mResource->mimeType);
   if (result < 0) {
     // An open interrupted by a stop is no failure of the input.
     LogMessage(mRunning ? LOG_ERROR : LOG_DETAIL, kTag)
-        << this << ": Could not open or parse input: " << mWrapper->strerror(result);
+        << this << ": Could not open or parse input: " << mWrapper->strerror(explain(result));
     freeCustomIOContext(customIO);
     return false;
   }
@@ -97,7 +115,7 @@ bool AVDemuxer::open() {
   int const streamInfo = mWrapper->formatFindStreamInfo(mFormatContext, nullptr);
   if (streamInfo < 0) {
     LogMessage(mRunning ? LOG_ERROR : LOG_DETAIL, kTag)
-        << this << ": Failed to find stream info: " << mWrapper->strerror(streamInfo);
+        << this << ": Failed to find stream info: " << mWrapper->strerror(explain(streamInfo));
     return false;
   }
   mStreamIndex = mWrapper->findBestStream(mFormatContext, AVMEDIA_TYPE_AUDIO);
@@ -150,6 +168,12 @@ int AVDemuxer::openInput(AVFormatContext** context, char const* url, std::string
       }
     }
   }
+  if (mNetworkInput) {
+    mWrapper->dictSetInt(&options, "timeout", kSocketTimeoutUs, 0);
+    mWrapper->dictSetInt(&options, "reconnect", 1, 0);
+    mWrapper->dictSetInt(&options, "reconnect_streamed", 1, 0);
+    mWrapper->dictSetInt(&options, "reconnect_delay_max", kReconnectDelayMaxS, 0);
+  }
   int const result = mWrapper->formatOpenInput(context, url, format, &options);
   mWrapper->dictFree(&options);
   return result;
@@ -180,7 +204,13 @@ int AVDemuxer::getDemuxedChunk(std::shared_ptr<EncodedPacket>& packet) {
   // Cover art arrives as the packets of a stream of its own (an attached picture): it is never
   // audio, so it goes before the stream filter below can pass it to the decoder.
   for (;;) {
-    if (mWrapper->readFrame(mFormatContext, &chunk->packet) < 0) {
+    armDeadline();
+    int const result = mWrapper->readFrame(mFormatContext, &chunk->packet);
+    if (result < 0) {
+      if (result != AVERROR_EOF && mRunning) {
+        LogMessage(LOG_WARNING, kTag)
+            << this << ": Input ended early: " << mWrapper->strerror(explain(result));
+      }
       return 1;
     }
     AVStream const* stream = mFormatContext->streams[chunk->packet.stream_index];
@@ -248,8 +278,31 @@ bool AVDemuxer::updatedMetadata() {
   return true;
 }
 
+void AVDemuxer::armDeadline() {
+  mDeadline = mNetworkInput ? std::chrono::steady_clock::now() + kNetworkDeadline
+                            : std::chrono::steady_clock::time_point::max();
+}
+
+bool AVDemuxer::pastDeadline() const { return std::chrono::steady_clock::now() > mDeadline; }
+
+int AVDemuxer::explain(int result) const {
+  return result == AVERROR_EXIT && mRunning && pastDeadline() ? AVERROR(ETIMEDOUT) : result;
+}
+
+int AVDemuxer::readCallback(void* opaque, uint8_t* buffer, int size) {
+  auto const* demuxer = static_cast<AVDemuxer*>(opaque);
+  if (!demuxer->mRunning) {
+    return AVERROR_EXIT;
+  }
+  AudioPlayer::Resource const& resource = *demuxer->mResource;
+  int const result = resource.newDataCallback(resource.callbackOpaque, buffer, size);
+  // FFmpeg would ask again at once, and for ever: a source with nothing more has ended.
+  return result == 0 ? AVERROR_EOF : result;
+}
+
 int AVDemuxer::interruptCallback(void* opaque) {
-  return static_cast<AVDemuxer*>(opaque)->mRunning.load() ? 0 : 1;
+  auto const* demuxer = static_cast<AVDemuxer*>(opaque);
+  return !demuxer->mRunning.load() || demuxer->pastDeadline() ? 1 : 0;
 }
 
 }  // namespace oru

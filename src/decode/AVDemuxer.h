@@ -6,6 +6,7 @@
 #include <oru/Decoder.h>
 
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <memory>
 #include <string>
@@ -35,8 +36,9 @@ class AVEncodedPacket : public EncodedPacket {
 //
 // Created, used and destroyed on the track's decoding thread only. The one thing it shares is
 // the track's running flag, which FFmpeg's interrupt callback reads so that a blocking open or
-// read ends as soon as the track is stopped. The resource and the running flag must outlive
-// the demuxer.
+// read ends as soon as the track is stopped. The same callback ends an HTTP(S) open or read
+// that makes no progress for too long, so that a dead server ends its track. The resource and the
+// running flag must outlive the demuxer.
 class AVDemuxer {
  public:
   // An opened demuxer, or null (logged) when the input cannot be opened.
@@ -68,6 +70,13 @@ class AVDemuxer {
   int openInput(AVFormatContext** context, char const* url, std::string const& mimeType);
   void copyMetadata(std::map<std::string, std::string>& metadata,
                     AVDictionary const* dictionary) const;
+  // Starts the time a network open or read may take; no limit for other inputs.
+  void armDeadline();
+  bool pastDeadline() const;
+  // The error an FFmpeg result stands for: an interruption past the deadline is a time-out.
+  int explain(int result) const;
+  // Reads the host's data callback; its data ends at a stop, or when it gives no bytes.
+  static int readCallback(void* opaque, uint8_t* buffer, int size);
   static int interruptCallback(void* opaque);
 
   std::string mUri;
@@ -78,6 +87,8 @@ class AVDemuxer {
   int mStreamIndex = -1;
   int const mVersion;
   std::atomic<bool> const& mRunning;
+  bool mNetworkInput = false;
+  std::chrono::steady_clock::time_point mDeadline = std::chrono::steady_clock::time_point::max();
 };
 
 }  // namespace oru

@@ -90,9 +90,11 @@ src=$(find "$work" -maxdepth 1 -mindepth 1 -type d -name 'ffmpeg-*' | head -n 1)
 echo "ffmpeg: patching and configuring" >&2
 (cd "$src" && patch -p1 --forward --quiet <"$here/oru-version.patch" >&2)
 
+# HLS radio: playlists over HTTP(S), segments in MPEG-TS, ADTS or fragmented MP4, optionally
+# AES-128 encrypted (crypto).
 components=(
-  --enable-protocol=file,http,https,tcp,tls,pipe
-  --enable-demuxer=mp3,aac,mov,flac,ogg,wav,matroska
+  --enable-protocol=file,http,https,tcp,tls,pipe,crypto
+  --enable-demuxer=mp3,aac,mov,flac,ogg,wav,matroska,hls,mpegts
   --enable-demuxer='pcm_*'
   --enable-decoder=mp3,mp3float,aac,aac_fixed,aac_latm,flac,alac,vorbis,opus
   --enable-decoder='pcm_*'
