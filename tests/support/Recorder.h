@@ -26,9 +26,9 @@ class Recorder {
   }
   // Waits until `predicate` holds for the entries; false at the deadline.
   template <typename Predicate>
-  bool waitUntil(Predicate predicate) const {
+  bool waitUntil(Predicate predicate, std::chrono::seconds deadline = kDeadline) const {
     std::unique_lock<std::mutex> lock(mMutex);
-    return mChanged.wait_for(lock, kDeadline, [&] { return predicate(mEntries); });
+    return mChanged.wait_for(lock, deadline, [&] { return predicate(mEntries); });
   }
 
  private:

@@ -39,11 +39,14 @@ struct RecordingPlayerListener : AudioPlayer::EventListener, Recorder<std::strin
     return result;
   }
   // Waits until `count` events start with `prefix`; at the deadline, fails listing them all.
-  bool waitFor(std::string const& prefix, long count = 1) {
-    bool const came = waitUntil([&](auto const& all) {
-      return std::count_if(all.begin(), all.end(),
-                           [&](auto const& e) { return e.rfind(prefix, 0) == 0; }) >= count;
-    });
+  bool waitFor(std::string const& prefix, long count = 1,
+               std::chrono::seconds deadline = kDeadline) {
+    bool const came = waitUntil(
+        [&](auto const& all) {
+          return std::count_if(all.begin(), all.end(),
+                               [&](auto const& e) { return e.rfind(prefix, 0) == 0; }) >= count;
+        },
+        deadline);
     EXPECT_TRUE(came) << count << " x '" << prefix << "' expected in "
                       << ::testing::PrintToString(entries());
     return came;

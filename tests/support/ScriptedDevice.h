@@ -6,8 +6,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <string>
+#include <thread>
 
 namespace oru::test {
 
@@ -86,7 +88,12 @@ class ScriptedDevice : public PlaybackDelegate {
   }
   int write(long long timestamp, void const* data, unsigned* frames) override {
     if (data == nullptr && *frames == 0 && timestamp == 0) {
-      calls.add({'u', 0});
+      // A device waits for audio as the reference outputs do; a run of underruns is one call.
+      std::vector<Call> const all = calls.entries();
+      if (all.empty() || all.back().kind != 'u') {
+        calls.add({'u', 0});
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
       return 0;
     }
     // The hold is a list of counts: its last entry says how many writes may pass (-1: all),
