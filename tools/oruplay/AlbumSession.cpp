@@ -13,8 +13,8 @@ std::string trackId(int index) { return std::to_string(index + 1); }
 
 }  // namespace
 
-AlbumSession::AlbumSession(CueSheet sheet, std::string cuePath)
-    : mSheet(std::move(sheet)), mCuePath(std::move(cuePath)) {}
+AlbumSession::AlbumSession(CueSheet sheet, std::string cuePath, FailureReasons* reasons)
+    : mSheet(std::move(sheet)), mCuePath(std::move(cuePath)), mReasons(reasons) {}
 
 void AlbumSession::start(oru::GaplessPlayer& player) {
   mPlayer = &player;
@@ -64,6 +64,11 @@ Status AlbumSession::status() const {
   return mStatus;
 }
 
+std::vector<Status> AlbumSession::takeChanges() {
+  std::lock_guard<std::mutex> lock(mMutex);
+  return mChanges.take();
+}
+
 void AlbumSession::trackReady(oru::AudioPlayer::Token const& token, bool) {
   mPlayer->play(token, 0);
 }
@@ -73,6 +78,7 @@ void AlbumSession::playbackStarted(oru::AudioPlayer::Token const& token, unsigne
   int const index = InputToken::indexOf(token);
   CueSheet::Track const& track = mSheet.tracks[static_cast<size_t>(index)];
   mStatus = Status{index, positionMs, track.title, track.performer};
+  mChanges.note(mStatus);
 }
 
 void AlbumSession::progressReportIntervalElapsed(oru::AudioPlayer::Token const& token,
@@ -97,7 +103,8 @@ void AlbumSession::playbackFailed(oru::AudioPlayer::Token const&,
                                   oru::AudioPlayer::Token const&, oru::AudioPlayer::State,
                                   unsigned) {
   std::lock_guard<std::mutex> lock(mMutex);
-  mFailures.push_back(describeFailure(mCuePath + ": " + mSheet.audioFile, error, message));
+  mFailures.push_back(
+      describeFailure(mCuePath + ": " + mSheet.audioFile, error, message, mReasons));
   mDone = true;
   mChanged.notify_all();
 }

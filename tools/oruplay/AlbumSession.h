@@ -20,7 +20,8 @@ namespace oruplay {
 // held: they never call the player then); the rest on the main thread.
 class AlbumSession : public QuietListener, public StatusSource {
  public:
-  AlbumSession(CueSheet sheet, std::string cuePath);
+  // `reasons` may be null, and must outlive the session otherwise.
+  AlbumSession(CueSheet sheet, std::string cuePath, FailureReasons* reasons);
 
   // Prepares every track and announces their offsets. The player must outlive the session's
   // use of it.
@@ -31,6 +32,7 @@ class AlbumSession : public QuietListener, public StatusSource {
   std::vector<std::string> failures() const;
 
   Status status() const override;
+  std::vector<Status> takeChanges() override;
   int inputCount() const override { return static_cast<int>(mSheet.tracks.size()); }
   std::string const& inputName(int) const override { return mCuePath; }
 
@@ -46,6 +48,7 @@ class AlbumSession : public QuietListener, public StatusSource {
  private:
   CueSheet const mSheet;
   std::string const mCuePath;
+  FailureReasons* const mReasons;
   oru::GaplessPlayer* mPlayer = nullptr;
 
   // Guards everything below.
@@ -54,6 +57,7 @@ class AlbumSession : public QuietListener, public StatusSource {
   int mLastFinished = -1;  // index of the last track reported finished
   bool mDone = false;
   Status mStatus;
+  ChangeLog mChanges;
   std::vector<std::string> mFailures;
 };
 

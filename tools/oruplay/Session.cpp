@@ -33,13 +33,15 @@ constexpr int kProgressIntervalMs = 250;
 }  // namespace
 
 std::string describeFailure(std::string const& name, oru::AudioPlayer::MediaError error,
-                            std::string const& message) {
+                            std::string const& message, FailureReasons* reasons) {
   // The engine's messages end in ": " or a blank, ready for a detail that is not there.
   std::string trimmed = message;
   while (!trimmed.empty() && (trimmed.back() == ' ' || trimmed.back() == ':')) {
     trimmed.pop_back();
   }
-  return name + ": " + trimmed + " (error " + std::to_string(static_cast<int>(error)) + ")";
+  std::string const reason = reasons != nullptr ? reasons->takeOpenFailure() : "";
+  return name + ": " + trimmed + (reason.empty() ? "" : ": " + reason) + " (error " +
+         std::to_string(static_cast<int>(error)) + ")";
 }
 
 int InputToken::indexOf(Token const& token) {
@@ -47,8 +49,8 @@ int InputToken::indexOf(Token const& token) {
   return std::stoi(text.substr(text.find('-') + 1));
 }
 
-Session::Session(std::vector<std::string> inputs, unsigned startOffsetMs)
-    : mInputs(std::move(inputs)), mStartOffsetMs(startOffsetMs) {}
+Session::Session(std::vector<std::string> inputs, unsigned startOffsetMs, FailureReasons* reasons)
+    : mInputs(std::move(inputs)), mStartOffsetMs(startOffsetMs), mReasons(reasons) {}
 
 void Session::start(oru::AudioPlayer& player) {
   std::lock_guard<std::mutex> lock(mMutex);
@@ -99,6 +101,11 @@ Status Session::status() const {
   return mStatus;
 }
 
+std::vector<Status> Session::takeChanges() {
+  std::lock_guard<std::mutex> lock(mMutex);
+  return mChanges.take();
+}
+
 std::vector<std::string> Session::failures() const {
   std::lock_guard<std::mutex> lock(mMutex);
   return mFailures;
@@ -116,12 +123,15 @@ void Session::playbackStarted(oru::AudioPlayer::Token const& token, unsigned pos
   mStatus.positionMs = positionMs;
   mStatus.title = mTags[index].first;
   mStatus.artist = mTags[index].second;
+  mChanges.note(mStatus);
 }
 
-void Session::playbackNearlyFinished(oru::AudioPlayer::Token const& token, unsigned) {
+void Session::playbackNearlyFinished(oru::AudioPlayer::Token const& token, unsigned positionMs) {
   std::lock_guard<std::mutex> lock(mMutex);
   int const index = InputToken::indexOf(token);
-  if (index == mLastPrepared && index + 1 < inputCount()) {
+  // An input that never played (it failed to open) is followed once it has failed, so that
+  // inputs open one at a time and each failure is told with its own reason.
+  if (positionMs > 0 && index == mLastPrepared && index + 1 < inputCount()) {
     prepareLocked(index + 1, oru::AudioPlayer::ENQUEUE);
   }
 }
@@ -148,7 +158,7 @@ void Session::playbackFailed(oru::AudioPlayer::Token const& token,
                              oru::AudioPlayer::Token const&, oru::AudioPlayer::State, unsigned) {
   std::lock_guard<std::mutex> lock(mMutex);
   int const index = InputToken::indexOf(token);
-  mFailures.push_back(describeFailure(inputName(index), error, message));
+  mFailures.push_back(describeFailure(inputName(index), error, message, mReasons));
   endInputLocked(index);
 }
 
@@ -162,6 +172,7 @@ void Session::streamMetadataExtracted(oru::AudioPlayer::Token const& token,
   if (index == mStatus.input) {
     mStatus.title = mTags[index].first;
     mStatus.artist = mTags[index].second;
+    mChanges.note(mStatus);
   }
 }
 

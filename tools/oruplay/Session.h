@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FailureReasons.h"
 #include "QuietListener.h"
 #include "StdinSource.h"
 
@@ -11,6 +12,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace oruplay {
@@ -28,6 +30,8 @@ class StatusSource {
  public:
   virtual ~StatusSource() = default;
   virtual Status status() const = 0;
+  // Each change of the playing input, track or title since the last call, in order.
+  virtual std::vector<Status> takeChanges() = 0;
   virtual int inputCount() const = 0;
   virtual std::string const& inputName(int index) const = 0;
 };
@@ -46,23 +50,45 @@ class InputToken : public oru::AudioPlayer::Token {
   int mIndex;
 };
 
-// "NAME: message (error N)" for a failure the player reported.
+// "NAME: message: reason (error N)" for a failure the player reported, with the reason an input
+// could not be opened when `reasons` (which may be null) knows it.
 std::string describeFailure(std::string const& name, oru::AudioPlayer::MediaError error,
-                            std::string const& message);
+                            std::string const& message, FailureReasons* reasons);
+
+// Keeps the changes a session reports through takeChanges(). Not locked: the session's own
+// mutex guards it.
+class ChangeLog {
+ public:
+  // Records `status` when its input or title differs from the last one recorded.
+  void note(Status const& status) {
+    if (mChanges.empty() || mLast.input != status.input || mLast.title != status.title ||
+        mLast.artist != status.artist) {
+      mChanges.push_back(status);
+      mLast = status;
+    }
+  }
+  std::vector<Status> take() { return std::exchange(mChanges, {}); }
+
+ private:
+  Status mLast;
+  std::vector<Status> mChanges;
+};
 
 // Plays a list of inputs through one player, back to back: each input that becomes ready is
-// played, the next one is prepared as soon as the current one starts, and an input that fails
-// is reported and passed over. The listener operations run on the player's command thread;
-// start(), waitUntilDone(), status() and failures() on the main thread.
+// played, the next one is prepared once the current one has played and is nearly finished, and
+// an input that fails is reported and passed over. The listener operations run on the player's
+// command thread; start(), waitUntilDone(), status() and failures() on the main thread.
 class Session : public QuietListener, public StatusSource {
  public:
-  Session(std::vector<std::string> inputs, unsigned startOffsetMs);
+  // `reasons` may be null, and must outlive the session otherwise.
+  Session(std::vector<std::string> inputs, unsigned startOffsetMs, FailureReasons* reasons);
 
   // Begins with the first input. The player must outlive the session's use of it.
   void start(oru::AudioPlayer& player);
   // Waits until every input has played or failed, or the timeout passed; true when done.
   bool waitUntilDone(int timeoutMs);
   Status status() const override;
+  std::vector<Status> takeChanges() override;
   std::vector<std::string> failures() const;
   std::string const& inputName(int index) const override {
     return mInputs[static_cast<size_t>(index)];
@@ -90,6 +116,7 @@ class Session : public QuietListener, public StatusSource {
 
   std::vector<std::string> const mInputs;
   unsigned const mStartOffsetMs;
+  FailureReasons* const mReasons;
   StdinSource mStdin;
   oru::AudioPlayer* mPlayer = nullptr;
 
@@ -100,6 +127,7 @@ class Session : public QuietListener, public StatusSource {
   std::set<int> mEnded;
   bool mDone = false;
   Status mStatus;
+  ChangeLog mChanges;
   // Title and artist of each input whose stream has carried them.
   std::map<int, std::pair<std::string, std::string>> mTags;
   std::vector<std::string> mFailures;

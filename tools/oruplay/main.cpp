@@ -3,6 +3,7 @@
 // nowhere, with a live status line.
 #include "AlbumSession.h"
 #include "CueSheet.h"
+#include "FailureReasons.h"
 #include "Options.h"
 #include "Session.h"
 
@@ -84,34 +85,42 @@ std::string formatTime(unsigned ms) {
   return text;
 }
 
-// Shows what plays. On a terminal one line is redrawn in place; otherwise a line is printed
-// whenever the input, the tags or the whole second change.
+// "[2/5] NAME  0:01.4  ARTIST - TITLE", without the time when `withTime` is false.
+std::string describe(oruplay::StatusSource const& session, oruplay::Status const& status,
+                     bool withTime) {
+  std::string line = "[" + std::to_string(status.input + 1) + "/" +
+                     std::to_string(session.inputCount()) + "] " + session.inputName(status.input);
+  if (withTime) {
+    line += "  " + formatTime(status.positionMs);
+  }
+  if (!status.title.empty() || !status.artist.empty()) {
+    line += "  " + status.artist + (status.artist.empty() ? "" : " - ") + status.title;
+  }
+  return line;
+}
+
+// Shows what plays. On a terminal one line is redrawn in place; otherwise a line is printed for
+// each change of input, track or title, however quickly they follow each other.
 class StatusLine {
  public:
   explicit StatusLine(bool enabled) : mEnabled(enabled), mTerminal(isatty(STDOUT_FILENO) != 0) {}
 
-  void show(oruplay::StatusSource const& session) {
-    oruplay::Status const status = session.status();
-    if (!mEnabled || status.input < 0) {
+  void show(oruplay::StatusSource& session) {
+    if (!mEnabled) {
       return;
     }
-    std::string line = "[" + std::to_string(status.input + 1) + "/" +
-                       std::to_string(session.inputCount()) + "] " +
-                       session.inputName(status.input) + "  " + formatTime(status.positionMs);
-    if (!status.title.empty() || !status.artist.empty()) {
-      line += "  " + status.artist + (status.artist.empty() ? "" : " - ") + status.title;
+    if (!mTerminal) {
+      for (oruplay::Status const& change : session.takeChanges()) {
+        std::printf("%s\n", describe(session, change, false).c_str());
+      }
+      std::fflush(stdout);
+      return;
     }
-    if (mTerminal) {
-      std::printf("\r\033[K%s", line.c_str());
+    oruplay::Status const status = session.status();
+    if (status.input >= 0) {
+      std::printf("\r\033[K%s", describe(session, status, true).c_str());
       std::fflush(stdout);
       mDrawn = true;
-      return;
-    }
-    std::string const key = line.substr(0, line.find('.', line.rfind(':')));
-    if (key != mLastKey) {
-      std::printf("%s\n", line.c_str());
-      std::fflush(stdout);
-      mLastKey = key;
     }
   }
 
@@ -127,7 +136,6 @@ class StatusLine {
   bool const mEnabled;
   bool const mTerminal;
   bool mDrawn = false;
-  std::string mLastKey;
 };
 
 }  // namespace
@@ -146,7 +154,8 @@ int main(int argc, char** argv) {
       break;
   }
 
-  oru::host::StderrLogger logger(static_cast<oru::LogLevel>(options.logLevel));
+  oru::host::StderrLogger stderrLogger(static_cast<oru::LogLevel>(options.logLevel));
+  oruplay::FailureReasons logger(stderrLogger);
   oru::AudioPlayer::setLogger(&logger);
   std::unique_ptr<oru::PlaybackDelegate> output = makeOutput(options);
   if (!output) {
@@ -162,7 +171,7 @@ int main(int argc, char** argv) {
   bool interrupted = false;
   std::vector<std::string> failures;
   // Shows the status until `waitUntilDone` says done; on Ctrl-C clears the player's queue.
-  auto run = [&](oruplay::StatusSource const& source, std::function<bool(int)> waitUntilDone,
+  auto run = [&](oruplay::StatusSource& source, std::function<bool(int)> waitUntilDone,
                  oru::AudioPlayer& player) {
     while (!waitUntilDone(100)) {
       if (gInterrupted != 0) {
@@ -183,7 +192,7 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "oruplay: %s: %s\n", first.c_str(), error.c_str());
       return kExitInputFailed;
     }
-    auto* album = new oruplay::AlbumSession(sheet, first);  // the player owns it
+    auto* album = new oruplay::AlbumSession(sheet, first, &logger);  // the player owns it
     oru::GaplessPlayer player(album, output.get(), nullptr, new NoTokenUpdates,
                               oru::AudioPlayer::TIMESTAMP_STREAM, nullptr);
     album->start(player);
@@ -191,7 +200,7 @@ int main(int argc, char** argv) {
         *album, [album](int ms) { return album->waitUntilDone(ms); }, player);
     failures = album->failures();
   } else {
-    oruplay::Session session(options.inputs, options.startMs);
+    oruplay::Session session(options.inputs, options.startMs, &logger);
     oru::AudioPlayer player(&session, output.get(), nullptr, oru::AudioPlayer::TIMESTAMP_STREAM,
                             nullptr);
     session.start(player);
