@@ -1,0 +1,73 @@
+#include "RampSource.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include <oru/AudioPlayer.h>
+
+namespace syncsim {
+namespace {
+
+void put(std::string& bytes, uint32_t value, int size) {
+  for (int i = 0; i < size; ++i) {
+    bytes.push_back(static_cast<char>(value >> (8 * i)));
+  }
+}
+
+constexpr int kFrameBytes = RampSource::kChannels * 4;
+
+}  // namespace
+
+RampSource::RampSource(int64_t frames) : mFrames(frames) {
+  auto const dataBytes = static_cast<uint32_t>(std::min<int64_t>(frames * kFrameBytes, UINT32_MAX));
+  mHeader = "RIFF";
+  put(mHeader, dataBytes > UINT32_MAX - 36 ? UINT32_MAX : dataBytes + 36, 4);
+  mHeader += "WAVEfmt ";
+  put(mHeader, 16, 4);
+  put(mHeader, 3, 2);  // IEEE float
+  put(mHeader, kChannels, 2);
+  put(mHeader, kRate, 4);
+  put(mHeader, kRate * kFrameBytes, 4);
+  put(mHeader, kFrameBytes, 2);
+  put(mHeader, 32, 2);
+  mHeader += "data";
+  put(mHeader, dataBytes, 4);
+}
+
+bool RampSource::position(float const* frame, double* position) {
+  double const high = frame[1];
+  if (high != std::floor(high)) {
+    return false;
+  }
+  *position = high * static_cast<double>(kLowWrap) + frame[0];
+  return true;
+}
+
+int RampSource::read(void* source, uint8_t* buffer, int size) {
+  return static_cast<RampSource*>(source)->fill(buffer, size);
+}
+
+int RampSource::fill(uint8_t* buffer, int size) {
+  auto const headerSize = static_cast<int64_t>(mHeader.size());
+  if (mOffset < headerSize) {
+    int const count = static_cast<int>(std::min<int64_t>(size, headerSize - mOffset));
+    std::memcpy(buffer, mHeader.data() + mOffset, static_cast<size_t>(count));
+    mOffset += count;
+    return count;
+  }
+  int64_t const frame = (mOffset - headerSize) / kFrameBytes;
+  int64_t const count = std::min<int64_t>(size / kFrameBytes, mFrames - frame);
+  if (count <= 0) {
+    return oru::AudioPlayer::Resource::kEndOfData;
+  }
+  auto* samples = reinterpret_cast<float*>(buffer);
+  for (int64_t i = 0; i < count; ++i) {
+    samples[2 * i] = static_cast<float>((frame + i) % kLowWrap);
+    samples[2 * i + 1] = static_cast<float>((frame + i) / kLowWrap);
+  }
+  mOffset += count * kFrameBytes;
+  return static_cast<int>(count * kFrameBytes);
+}
+
+}  // namespace syncsim

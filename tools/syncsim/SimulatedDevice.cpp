@@ -1,0 +1,122 @@
+#include "SimulatedDevice.h"
+
+#include "RampSource.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace syncsim {
+namespace {
+
+constexpr double kNsPerSecond = 1e9;
+constexpr double kNsPerFrame = kNsPerSecond / RampSource::kRate;
+constexpr uint32_t kRate = RampSource::kRate;
+constexpr oru::AudioFormat kFormat = oru::PCM_FLOAT;
+// Reading every frame would cost more than the engine; one in 16 shows the same deviation.
+constexpr int64_t kStride = 16;
+
+}  // namespace
+
+LocalClock::LocalClock(double ppm, double stepPpm, int64_t stepAtNs)
+    : mRate(1 + ppm * 1e-6),
+      mRateAfter(1 + (ppm + stepPpm) * 1e-6),
+      mStepAtNs(static_cast<double>(stepAtNs)) {}
+
+double LocalClock::localAt(double commonNs) const {
+  return commonNs < mStepAtNs ? commonNs * mRate
+                              : mStepAtNs * mRate + (commonNs - mStepAtNs) * mRateAfter;
+}
+
+double LocalClock::commonAt(double localNs) const {
+  double const stepLocal = mStepAtNs * mRate;
+  return localNs < stepLocal ? localNs / mRate : mStepAtNs + (localNs - stepLocal) / mRateAfter;
+}
+
+double LocalClock::ppmAt(double commonNs) const {
+  return ((commonNs < mStepAtNs ? mRate : mRateAfter) - 1) * 1e6;
+}
+
+void Deviation::add(double frames) {
+  maxFrames = std::max(maxFrames, std::abs(frames));
+  sumOfSquares += frames * frames;
+  ++count;
+}
+
+double Deviation::rmsFrames() const {
+  return count > 0 ? std::sqrt(sumOfSquares / static_cast<double>(count)) : 0;
+}
+
+SimulatedDevice::SimulatedDevice(LocalClock const& clock, int64_t startCommonNs)
+    : mClock(clock), mStartCommonNs(static_cast<double>(startCommonNs)) {}
+
+int SimulatedDevice::start(oru::AudioFormat format, int channels) {
+  mAwaitingFirstWrite = true;
+  return format == kFormat && channels == RampSource::kChannels ? 0 : -1;
+}
+
+int SimulatedDevice::write(long long timestamp, void const* data, unsigned* frames) {
+  if (data == nullptr) {
+    return 0;  // an underrun costs no virtual time
+  }
+  if (mAwaitingFirstWrite) {
+    mFirstLocalNs = static_cast<double>(timestamp) - static_cast<double>(mPresented) * kNsPerFrame;
+    mAwaitingFirstWrite = false;
+  }
+  auto const* samples = static_cast<float const*>(data);
+  for (int64_t i = (kStride - mPresented % kStride) % kStride; i < *frames; i += kStride) {
+    double const local = mFirstLocalNs + static_cast<double>(mPresented + i) * kNsPerFrame;
+    double const common = mClock.commonAt(local);
+    double const sinceStart = common - mStartCommonNs;
+    double heard = 0;
+    if (sinceStart < 0 || !RampSource::position(samples + i * RampSource::kChannels, &heard)) {
+      continue;
+    }
+    double const deviation = heard - sinceStart / kNsPerFrame;
+    if (sinceStart >= kNsPerSecond) {
+      mDeviation.add(deviation);
+    }
+    auto const slot = static_cast<size_t>(sinceStart / kGridNs);
+    if (slot >= mGrid.size()) {
+      mGrid.resize(slot + 1, std::numeric_limits<double>::quiet_NaN());
+      mGrid[slot] = deviation;
+    }
+  }
+  mPresented += *frames;
+  mCommonNow = mClock.commonAt(mFirstLocalNs + static_cast<double>(mPresented) * kNsPerFrame);
+  return 0;
+}
+
+oru::PlaybackCapabilities SimulatedDevice::getPlaybackConfig() {
+  oru::PlaybackCapabilities caps;
+  caps.supportedRates = &kRate;
+  caps.supportedRateCount = 1;
+  caps.defaultRate = RampSource::kRate;
+  caps.preferredFormat = kFormat;
+  caps.supportedFormats = &kFormat;
+  caps.supportedFormatCount = 1;
+  return caps;
+}
+
+SimulatedClockService::SimulatedClockService(LocalClock const& clock, SimulatedDevice const& device,
+                                             double noisePpm, unsigned seed)
+    : mClock(clock), mDevice(device), mNoisePpm(noisePpm), mSeed(seed) {}
+
+int SimulatedClockService::commonToLocal(long long commonTime, long long* localTime) {
+  *localTime = std::llround(mClock.localAt(static_cast<double>(commonTime)));
+  return 0;
+}
+
+double SimulatedClockService::getDriftPpm() {
+  double const now = mDevice.commonNow();
+  // A noise that is the same all through a simulated second, from a hash of that second.
+  auto second = static_cast<uint32_t>(now / kNsPerSecond) * 2654435761u ^ mSeed;
+  second ^= second >> 15;
+  second *= 2246822519u;
+  second ^= second >> 13;
+  double const noise = (static_cast<double>(second % 2001) / 1000.0 - 1.0) * mNoisePpm;
+  // The common clock's rate against the local one: exactly what the resampler must apply.
+  return (1 / (1 + mClock.ppmAt(now) * 1e-6) - 1) * 1e6 + noise;
+}
+
+}  // namespace syncsim

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <oru/AudioPlayer.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace syncsim {
+
+// A device's local clock against the common clock, in ns: it runs `ppm` fast (negative: slow)
+// until the common time `stepAtNs`, then `ppm + stepPpm` fast. Immutable; any thread.
+class LocalClock {
+ public:
+  LocalClock(double ppm, double stepPpm, int64_t stepAtNs);
+
+  double localAt(double commonNs) const;
+  double commonAt(double localNs) const;
+  // How fast the clock runs at a common time, in ppm.
+  double ppmAt(double commonNs) const;
+
+ private:
+  double const mRate;       // local ns per common ns before the step
+  double const mRateAfter;  // and after it
+  double const mStepAtNs;
+};
+
+// How far a device's heard position strays from the common timeline, in frames.
+struct Deviation {
+  double maxFrames = 0;
+  double sumOfSquares = 0;
+  int64_t count = 0;
+
+  void add(double frames);
+  double rmsFrames() const;
+};
+
+// A simulated output device in virtual time: a DAC that presents every frame it is given
+// continuously from the local time of the first write after start(), at 48 kHz on its own
+// local clock, and that reads back, from each presented frame of a RampSource stream, which
+// source position is heard at which common time. It takes everything at once, so the engine
+// runs as fast as the machine allows. Called by the player's render thread; the results once
+// the player is gone.
+class SimulatedDevice : public oru::PlaybackDelegate {
+ public:
+  static constexpr int64_t kGridNs = 10000000;  // the deviation is also kept every 10 ms
+
+  // `startCommonNs` is when the stream's first frame is due on the common clock.
+  SimulatedDevice(LocalClock const& clock, int64_t startCommonNs);
+
+  // The common time of the last presented frame: the simulation's "now".
+  double commonNow() const { return mCommonNow; }
+  // The deviation after the first second, and its value at every 10 ms of common time since
+  // the start (NaN where no frame could be read).
+  Deviation const& deviation() const { return mDeviation; }
+  std::vector<double> const& grid() const { return mGrid; }
+
+  int start(oru::AudioFormat format, int channels) override;
+  void stop(oru::StopBehavior) override {}
+  int write(long long timestamp, void const* data, unsigned* frames) override;
+  long long getPlayedFrames() override { return mPresented; }
+  oru::PlaybackCapabilities getPlaybackConfig() override;
+
+ private:
+  LocalClock const& mClock;
+  double const mStartCommonNs;
+  bool mAwaitingFirstWrite = true;
+  double mFirstLocalNs = 0;
+  int64_t mPresented = 0;
+  double mCommonNow = 0;
+  Deviation mDeviation;
+  std::vector<double> mGrid;
+};
+
+// What a host's clock service tells the engine about a simulated device: exact conversions
+// between common and local time, and the clock's drift at the simulation's current time: the
+// common clock's rate against the local one, less one, in ppm. A local clock that runs fast
+// therefore reports a negative value (the engine then repeats frames rather than drop them).
+// The drift can be reported with a noise, uniform within +-`noisePpm` and renewed every
+// simulated second. Render thread; the device must outlive it.
+class SimulatedClockService : public oru::AudioPlayer::CommonTimeDelegate {
+ public:
+  SimulatedClockService(LocalClock const& clock, SimulatedDevice const& device, double noisePpm,
+                        unsigned seed);
+
+  int commonToLocal(long long commonTime, long long* localTime) override;
+  double getDriftPpm() override;
+  double getCorrectionPpm() override { return 0; }
+
+ private:
+  LocalClock const& mClock;
+  SimulatedDevice const& mDevice;
+  double const mNoisePpm;
+  unsigned const mSeed;
+};
+
+}  // namespace syncsim
