@@ -3,6 +3,7 @@
 #include "FaultServer.h"
 #include "Fixtures.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
@@ -15,6 +16,7 @@
 
 using namespace oru;
 using test::fixture;
+using ::testing::HasSubstr;
 
 namespace {
 
@@ -61,14 +63,10 @@ TEST_F(OruplayTest, FailingInputsAmongGoodOnes_AreReportedWithTheirReasonAndTheO
                 " " + mp3),
             1);
   EXPECT_NEAR(wavFrames(), 2 * 72000, 2 * 40);
-  EXPECT_NE(err.find(broken + ": Failed to create demuxer: Invalid data found when processing "
-                              "input (error 2)"),
-            std::string::npos)
-      << err;
-  EXPECT_NE(err.find(server.url() + ": Failed to create demuxer: Server returned 404 Not Found"),
-            std::string::npos)
-      << err;
-  EXPECT_NE(out.find("[4/4] " + mp3), std::string::npos) << out;
+  EXPECT_THAT(err, HasSubstr(broken + ": Failed to create demuxer: Invalid data found when "
+                                      "processing input (error 2)"));
+  EXPECT_THAT(err, HasSubstr(server.url() + ": Failed to create demuxer: Server returned 404"));
+  EXPECT_THAT(out, HasSubstr("[4/4] " + mp3));
 }
 
 TEST_F(OruplayTest, StandardInput_PlaysThroughTheDataCallback) {
@@ -102,7 +100,7 @@ TEST_F(OruplayTest, CtrlC_WhileTheFirstInputPlays_StopsCleanlyWithACompleteFile)
                 "grep -qF '[1/2]' '" + base + ".out' && break; sleep 0.01; done; kill -INT $!; " +
                 "wait $!"),
             130);
-  EXPECT_NE(err.find("oruplay: interrupted"), std::string::npos) << err;
+  EXPECT_THAT(err, HasSubstr("oruplay: interrupted"));
   EXPECT_GT(wavFrames(), 0);
   EXPECT_LT(wavFrames(), 2 * 72000);
 }

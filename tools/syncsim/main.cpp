@@ -2,6 +2,7 @@
 // the renderer and its drift correction) on two simulated devices whose clocks run apart from
 // the common clock, in virtual time, and measures from the audio they present how far each
 // strays from the common timeline and from the other.
+#include "QuietListener.h"
 #include "RampSource.h"
 #include "SimulatedDevice.h"
 
@@ -39,10 +40,8 @@ constexpr Scenario kScenarios[] = {
 };
 
 // Plays the stream at the common start as soon as it is ready, and says when it has ended.
-class Listener : public oru::AudioPlayer::EventListener {
+class Listener : public oruplay::QuietListener {
  public:
-  using Token = oru::AudioPlayer::Token;
-
   void waitUntilEnded() {
     std::unique_lock<std::mutex> lock(mMutex);
     mChanged.wait(lock, [this] { return mEnded; });
@@ -58,17 +57,6 @@ class Listener : public oru::AudioPlayer::EventListener {
     end(true);
   }
   void playbackStopped(Token const&, unsigned) override { end(true); }
-  void playbackStarted(Token const&, unsigned) override {}
-  void playbackNearlyFinished(Token const&, unsigned) override {}
-  void progressReportDelayElapsed(Token const&, unsigned) override {}
-  void progressReportIntervalElapsed(Token const&, unsigned) override {}
-  void playbackStutterStarted(Token const&, unsigned) override {}
-  void playbackStutterFinished(Token const&, unsigned, unsigned) override {}
-  void playbackPaused(Token const&, unsigned) override {}
-  void playbackResumed(Token const&, unsigned) override {}
-  void playbackQueueCleared() override {}
-  void streamMetadataExtracted(Token const&, std::string const&) override {}
-  void progressReportIntervalUpdated(Token const&, unsigned, oru::AudioPlayer::State) override {}
 
  private:
   void end(bool failed) {
