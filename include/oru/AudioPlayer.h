@@ -213,7 +213,13 @@ class ORU_EXPORT AudioPlayer {
     virtual ~CommonTimeDelegate() = default;
     // Converts a common-clock time (ns) to the local clock. Returns 0 on success.
     virtual int commonToLocal(long long commonTime, long long* localTime) = 0;
-    // The local clock's drift against the common clock, in parts per million.
+    // The local clock's drift against the common clock, in parts per million: the common
+    // clock's rate against the local one, less one, (common ns per local ns - 1) x 1e6. The
+    // engine adds it to its resampler's step, and a positive step drops frames: a local clock
+    // that runs fast (a device that consumes more than the common rate) needs a negative
+    // value. Reporting the negated local rate error instead is off by its square (1e-8, or
+    // 1.7 frames an hour, at 100 ppm). Read when a stream starts, when its format changes and
+    // when a buffer misses its predicted local time by more than 4 ms.
     virtual double getDriftPpm() = 0;
     // An extra correction rate, in parts per million, that the host wants applied.
     virtual double getCorrectionPpm() = 0;
