@@ -218,8 +218,8 @@ class ORU_EXPORT AudioPlayer {
     // engine adds it to its resampler's step, and a positive step drops frames: a local clock
     // that runs fast (a device that consumes more than the common rate) needs a negative
     // value. Reporting the negated local rate error instead is off by its square (1e-8, or
-    // 1.7 frames an hour, at 100 ppm). Read when a stream starts, when its format changes and
-    // when a buffer misses its predicted local time by more than 4 ms.
+    // 1.7 frames an hour, at 100 ppm). Read with the correction at every buffer, so that a
+    // change is followed during a continuous stream.
     virtual double getDriftPpm() = 0;
     // An extra correction rate, in parts per million, that the host wants applied.
     virtual double getCorrectionPpm() = 0;

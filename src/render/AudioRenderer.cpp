@@ -7,6 +7,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -17,6 +18,11 @@ constexpr char kTag[] = "AudioRenderer";
 // A buffer whose local time misses the prediction by more than this re-initialises drift
 // correction with fresh rates from the clock.
 constexpr uint64_t kMaxPredictionMissNs = 4000000;
+// Between re-initialisations, an offset between where the device presents the stream and
+// where its time stamps say it belongs is corrected over this long, at most this fast: a
+// frame (20.8 us at 48 kHz) costs 2 ppm, inaudible.
+constexpr double kSyncHorizonNs = 10e9;
+constexpr double kMaxSyncCorrectionPpm = 20;
 // The resampler may produce a few frames more than it consumes.
 constexpr unsigned int kResamplingHeadroomFrames = 4;
 constexpr useconds_t kPollIntervalUs = 1000;
@@ -214,6 +220,14 @@ int AudioRenderer::convertToLocalTime(PcmBuffer const* buffer, int64_t* time, un
     if (absoluteDifference(mNextLocalTime, local) > kMaxPredictionMissNs) {
       double const drift = mCommonTime->getDriftPpm();
       mResampler->init(drift, mCommonTime->getCorrectionPpm());
+      mSyncOrigin = std::numeric_limits<int64_t>::min();
+    } else {
+      updateRates(local);
+    }
+    if (mSyncOrigin == std::numeric_limits<int64_t>::min()) {
+      // The device presents what it is given continuously: from here on, it is in sync when
+      // each buffer's time stamp is where its frames fall in that continuous output.
+      mSyncOrigin = local - framesToNs(mFramesWritten);
     }
     mNextLocalTime = local + framesToNs(inputFrames);
     if (mResampler->needResample()) {
@@ -231,6 +245,18 @@ int AudioRenderer::convertToLocalTime(PcmBuffer const* buffer, int64_t* time, un
   }
   *time = local;
   return 0;
+}
+
+void AudioRenderer::updateRates(int64_t local) {
+  // Rates are read at every buffer, so that a slow change of the clock's drift (temperature)
+  // or a new correction from the host's clock servo is followed during a continuous stream.
+  // The offset of the device's continuous output from the time stamps is corrected on top.
+  double const offsetNs = static_cast<double>(mSyncOrigin + framesToNs(mFramesWritten) - local) +
+                          mResampler->lagFrames() * 1e9 / mRate;
+  double const sync =
+      std::clamp(offsetNs / kSyncHorizonNs * 1e6, -kMaxSyncCorrectionPpm, kMaxSyncCorrectionPpm);
+  // On the drift's side: unlike the host's correction, it must not move the time stamps.
+  mResampler->setRates(mCommonTime->getDriftPpm() + sync, mCommonTime->getCorrectionPpm());
 }
 
 bool AudioRenderer::isCurrentTrack(AudioTrack* track) {
@@ -298,6 +324,7 @@ int AudioRenderer::hwStart(int64_t time, AudioFormat format, int channels, int r
   mFrameBytes = bytesPerSample(format) * channels;
   mFramesWritten = 0;
   mStartTime = time;
+  mSyncOrigin = std::numeric_limits<int64_t>::min();
   mHwState = kStarted;
   return 0;
 }

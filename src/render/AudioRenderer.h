@@ -10,6 +10,7 @@
 #include <boost/thread/thread.hpp>
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -67,6 +68,9 @@ class AudioRenderer {
   void renderThread();
   // Writes one buffer: 0, or the device's or the clock's error.
   int renderBuffer(AudioTrack* track, PcmBuffer const* buffer);
+  // TIMESTAMP_COMMON, between re-initialisations: the drift resampler's rates for the buffer
+  // due at `local`.
+  void updateRates(int64_t local);
   // Converts the buffer's common time to the local time of its write and corrects drift,
   // possibly replacing `frames` and `data` with the resampled audio. 0, or the clock's error.
   int convertToLocalTime(PcmBuffer const* buffer, int64_t* time, unsigned int* frames,
@@ -100,6 +104,9 @@ class AudioRenderer {
   int64_t mNextLocalTime = 0;  // TIMESTAMP_COMMON: when the next buffer should start
   int64_t mStartTime = 0;      // pts of the buffer that last started the device
   int64_t mFramesWritten = 0;  // frames the device accepted since it was last started
+  // TIMESTAMP_COMMON: the local time at which the device's continuous output began, as the
+  // drift correction last aligned it; the smallest value when it is to be taken afresh.
+  int64_t mSyncOrigin = std::numeric_limits<int64_t>::min();
 
   // Guards mRunning, mCurrentTrack and mRenderCount.
   boost::mutex mMutex;

@@ -90,6 +90,14 @@ void LinearResampler::init(double driftPpm, double correctionPpm) {
   LogMessage(LOG_INFO, kTag) << "init drift: " << driftPpm << " " << correctionPpm
                              << " step: " << mStep;
   mFramesProduced = 0;
+  mTimeShiftBefore = 0.0;
+  mTimeShiftPerFrame = -(correctionPpm * mTimeBase / mRate) / 1000000.0;
+}
+
+void LinearResampler::setRates(double driftPpm, double correctionPpm) {
+  mTimeShiftBefore = timeShift();
+  mFramesProduced = 0;
+  mStep = (driftPpm + correctionPpm) / 1000000.0;
   mTimeShiftPerFrame = -(correctionPpm * mTimeBase / mRate) / 1000000.0;
 }
 

@@ -29,6 +29,13 @@ class LinearResampler {
   // Starts correcting at driftPpm + correctionPpm. Keeps the last input frame, so that the
   // interpolation carries on without a click, and restarts the count of produced frames.
   void init(double driftPpm, double correctionPpm);
+  // Goes on correcting at new rates from where it is: the interpolation and the time shift
+  // carry on from their current values.
+  void setRates(double driftPpm, double correctionPpm);
+
+  // How far the content of the next output frame lies behind the next input frame, in frames
+  // (negative: ahead): the interpolation's phase, which frame counts do not show.
+  double lagFrames() const { return mSkipNext ? -mPosition : 1.0 - mPosition; }
 
   // Whether resample() changes anything.
   bool needResample() const { return mStep != 0.0; }
@@ -39,7 +46,9 @@ class LinearResampler {
 
   // The time, in time-base units, by which the frames produced since init() have moved the
   // stream.
-  double timeShift() const { return static_cast<double>(mFramesProduced) * mTimeShiftPerFrame; }
+  double timeShift() const {
+    return mTimeShiftBefore + static_cast<double>(mFramesProduced) * mTimeShiftPerFrame;
+  }
 
  private:
   template <typename Sample>
@@ -61,7 +70,8 @@ class LinearResampler {
   // The next input frame only becomes the previous frame (one input frame dropped).
   bool mSkipNext = false;
   double mTimeShiftPerFrame = 0.0;
-  uint64_t mFramesProduced = 0;
+  double mTimeShiftBefore = 0.0;  // the shift at the last change of rates
+  uint64_t mFramesProduced = 0;   // since then
 };
 
 }  // namespace oru
