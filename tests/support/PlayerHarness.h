@@ -31,12 +31,12 @@ struct PlayerHarness {
       : player(&listener, &device, &clock, mode, nullptr) {}
   ~PlayerHarness() { device.releaseWrites(); }  // a held write would keep the renderer running
 
-  // Prepares a fixture file, or any other resource, under the token.
+  // Prepares a fixture file or an http:// URL, or any other resource, under the token.
   void prepare(std::string const& file, char const* token,
                AudioPlayer::PlayBehavior behavior = AudioPlayer::REPLACE_ALL,
                std::string const& mimeType = "", int delayMs = -1, int intervalMs = -1) {
     AudioPlayer::Resource resource;
-    resource.uri = fixture(file);
+    resource.uri = file.rfind("http://", 0) == 0 ? file : fixture(file);
     resource.mimeType = mimeType;
     prepare(resource, token, behavior, delayMs, intervalMs);
   }

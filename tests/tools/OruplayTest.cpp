@@ -12,7 +12,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <sstream>
+#include <regex>
 
 using namespace oru;
 using test::fixture;
@@ -78,20 +78,11 @@ TEST_F(OruplayTest, StandardInput_PlaysThroughTheDataCallback) {
 TEST_F(OruplayTest, StatusLines_AreOnePerTrackChangeEvenFasterThanRealTime) {
   std::string const chained = fixture("chained.ogg");
   EXPECT_EQ(run("oruplay " + toWav + chained + " " + chained), 0) << err;
-  std::vector<std::string> titled, expected;
-  std::istringstream lines(out);
-  for (std::string line; std::getline(lines, line);) {
-    // An input starts with a line of its own when its tags arrive after its audio.
-    if (line.find(" - ") != std::string::npos || line.find("/2] " + chained) == std::string::npos) {
-      titled.push_back(line);
-    }
-  }
-  for (char const* input : {"1", "2"}) {
-    for (char const* song : {"Alpha - First Song", "Beta - Second Song"}) {
-      expected.push_back("[" + std::string(input) + "/2] " + chained + "  " + song);
-    }
-  }
-  EXPECT_EQ(titled, expected) << out;
+  // An input starts with a line of its own when its tags arrive after its first audio.
+  std::string const titled = std::regex_replace(out, std::regex(R"(\[./2\] [^ ]*\n)"), "");
+  std::string const line = "/2] " + chained + "  ";
+  EXPECT_EQ(titled, "[1" + line + "Alpha - First Song\n[1" + line + "Beta - Second Song\n[2" +
+                        line + "Alpha - First Song\n[2" + line + "Beta - Second Song\n");
 }
 
 TEST_F(OruplayTest, CtrlC_WhileTheFirstInputPlays_StopsCleanlyWithACompleteFile) {
