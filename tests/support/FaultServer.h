@@ -97,7 +97,8 @@ class FaultServer {
     bool const stall = mMode == kStallBeforeAnswer || (mMode == kStallMidStream && !first);
     if (mMode != kCloseEarly && !stall) {
       send(connection, head + (mMode == kTrickle ? "" : body));
-      for (size_t at = 0; mMode == kTrickle && at < body.size() && !stopped(); at += 4096) {
+      for (size_t at = 0; mMode == kTrickle && at < body.size() && mStopping.entries().empty();
+           at += 4096) {
         send(connection, body.substr(at, 4096));
         std::this_thread::sleep_for(std::chrono::milliseconds(10));  // the fault itself
       }
@@ -114,7 +115,6 @@ class FaultServer {
   static void send(int connection, std::string const& bytes) {
     ::send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL);
   }
-  bool stopped() const { return !mStopping.entries().empty(); }
 
   std::string const mBody;
   Mode const mMode;

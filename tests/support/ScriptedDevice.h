@@ -89,8 +89,7 @@ class ScriptedDevice : public PlaybackDelegate {
   int write(long long timestamp, void const* data, unsigned* frames) override {
     if (data == nullptr && *frames == 0 && timestamp == 0) {
       // A device waits for audio as the reference outputs do; a run of underruns is one call.
-      std::vector<Call> const all = calls.entries();
-      if (all.empty() || all.back().kind != 'u') {
+      if (calls.entries().empty() || calls.entries().back().kind != 'u') {
         calls.add({'u', 0});
       }
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
