@@ -217,17 +217,17 @@ int AudioRenderer::convertToLocalTime(PcmBuffer const* buffer, int64_t* time, un
   unsigned int const inputFrames = *frames;
   if (mResampler) {
     local += truncateToInt64(mResampler->timeShift());
-    if (absoluteDifference(mNextLocalTime, local) > kMaxPredictionMissNs) {
+    bool const missed = absoluteDifference(mNextLocalTime, local) > kMaxPredictionMissNs;
+    if (missed) {
       double const drift = mCommonTime->getDriftPpm();
       mResampler->init(drift, mCommonTime->getCorrectionPpm());
-      mSyncOrigin = std::numeric_limits<int64_t>::min();
-    } else {
-      updateRates(local);
     }
-    if (mSyncOrigin == std::numeric_limits<int64_t>::min()) {
+    if (missed || mSyncOrigin == std::numeric_limits<int64_t>::min()) {
       // The device presents what it is given continuously: from here on, it is in sync when
       // each buffer's time stamp is where its frames fall in that continuous output.
-      mSyncOrigin = local - framesToNs(mFramesWritten);
+      mSyncOrigin = local - framesToNs(mFramesWritten) - lagNs();
+    } else {
+      updateRates(local);
     }
     mNextLocalTime = local + framesToNs(inputFrames);
     if (mResampler->needResample()) {
@@ -251,12 +251,16 @@ void AudioRenderer::updateRates(int64_t local) {
   // Rates are read at every buffer, so that a slow change of the clock's drift (temperature)
   // or a new correction from the host's clock servo is followed during a continuous stream.
   // The offset of the device's continuous output from the time stamps is corrected on top.
-  double const offsetNs = static_cast<double>(mSyncOrigin + framesToNs(mFramesWritten) - local) +
-                          mResampler->lagFrames() * 1e9 / mRate;
+  double const offsetNs =
+      static_cast<double>(mSyncOrigin + framesToNs(mFramesWritten) + lagNs() - local);
   double const sync =
       std::clamp(offsetNs / kSyncHorizonNs * 1e6, -kMaxSyncCorrectionPpm, kMaxSyncCorrectionPpm);
   // On the drift's side: unlike the host's correction, it must not move the time stamps.
   mResampler->setRates(mCommonTime->getDriftPpm() + sync, mCommonTime->getCorrectionPpm());
+}
+
+int64_t AudioRenderer::lagNs() const {
+  return std::llround(mResampler->lagFrames() * static_cast<double>(kNsPerSecond) / mRate);
 }
 
 bool AudioRenderer::isCurrentTrack(AudioTrack* track) {

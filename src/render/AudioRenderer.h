@@ -71,6 +71,8 @@ class AudioRenderer {
   // TIMESTAMP_COMMON, between re-initialisations: the drift resampler's rates for the buffer
   // due at `local`.
   void updateRates(int64_t local);
+  // How far the drift resampler's interpolation holds the output behind its input, in ns.
+  int64_t lagNs() const;
   // Converts the buffer's common time to the local time of its write and corrects drift,
   // possibly replacing `frames` and `data` with the resampled audio. 0, or the clock's error.
   int convertToLocalTime(PcmBuffer const* buffer, int64_t* time, unsigned int* frames,
