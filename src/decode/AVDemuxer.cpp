@@ -279,11 +279,15 @@ bool AVDemuxer::updatedMetadata() {
 }
 
 void AVDemuxer::armDeadline() {
-  mDeadline = mNetworkInput ? std::chrono::steady_clock::now() + kNetworkDeadline
-                            : std::chrono::steady_clock::time_point::max();
+  if (mNetworkInput) {
+    mDeadline = std::chrono::steady_clock::now() + kNetworkDeadline;
+  }
 }
 
-bool AVDemuxer::pastDeadline() const { return std::chrono::steady_clock::now() > mDeadline; }
+bool AVDemuxer::pastDeadline() const {
+  // FFmpeg asks at every read, also of local files, which have no deadline to look up.
+  return mNetworkInput && std::chrono::steady_clock::now() > mDeadline;
+}
 
 int AVDemuxer::explain(int result) const {
   return result == AVERROR_EXIT && mRunning && pastDeadline() ? AVERROR(ETIMEDOUT) : result;

@@ -88,7 +88,7 @@ class AVDemuxer {
   int const mVersion;
   std::atomic<bool> const& mRunning;
   bool mNetworkInput = false;
-  std::chrono::steady_clock::time_point mDeadline = std::chrono::steady_clock::time_point::max();
+  std::chrono::steady_clock::time_point mDeadline;  // network inputs only
 };
 
 }  // namespace oru
