@@ -74,7 +74,10 @@ LinearResampler::LinearResampler(AudioFormat format, int channels, int rate,
 void LinearResampler::init(double driftPpm, double correctionPpm) {
   mSkipNext = false;
   mPosition = 1.0;
-  mStep = (driftPpm + correctionPpm) / 1000000.0;
+  mFramesProduced = 0;
+  mTimeShiftPerFrame = 0.0;
+  mTimeShiftBefore = 0.0;
+  setRates(driftPpm, correctionPpm);  // from a time shift of zero
   auto const channels = static_cast<size_t>(mChannels);
   switch (mFormat) {
     case PCM_S16:
@@ -89,9 +92,6 @@ void LinearResampler::init(double driftPpm, double correctionPpm) {
   }
   LogMessage(LOG_INFO, kTag) << "init drift: " << driftPpm << " " << correctionPpm
                              << " step: " << mStep;
-  mFramesProduced = 0;
-  mTimeShiftBefore = 0.0;
-  mTimeShiftPerFrame = -(correctionPpm * mTimeBase / mRate) / 1000000.0;
 }
 
 void LinearResampler::setRates(double driftPpm, double correctionPpm) {
