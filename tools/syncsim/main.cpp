@@ -4,6 +4,7 @@
 // strays from the common timeline and from the other.
 #include "QuietListener.h"
 #include "RampSource.h"
+#include "Session.h"
 #include "SimulatedDevice.h"
 
 #include <oru/AudioPlayer.h>
@@ -72,15 +73,6 @@ class Listener : public oruplay::QuietListener {
   bool mFailed = false;
 };
 
-class Token : public oru::AudioPlayer::Token {
- public:
-  std::string toString() const override { return "ramp"; }
-  int compare(oru::AudioPlayer::Token const& other) const override {
-    return toString().compare(other.toString());
-  }
-  oru::AudioPlayer::Token* clone() const override { return new Token; }
-};
-
 // One simulated device with its clock service, source and player.
 struct Rig {
   Rig(double ppm, Scenario const& scenario, int64_t frames, unsigned seed)
@@ -120,7 +112,8 @@ bool run(Scenario const& scenario, double minutes) {
       oru::AudioPlayer::Resource resource;
       resource.newDataCallback = &RampSource::read;
       resource.callbackOpaque = &rig->source;
-      players.back()->prepare(oru::AudioPlayer::REPLACE_ALL, resource, 0, -1, -1, Token(), 1);
+      players.back()->prepare(oru::AudioPlayer::REPLACE_ALL, resource, 0, -1, -1,
+                              oruplay::InputToken(0), 1);
     }
     for (auto& rig : rigs) {
       rig->listener.waitUntilEnded();
