@@ -7,9 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
-
 using namespace oru;
 using test::FaultServer;
 
@@ -30,8 +27,7 @@ void PrintTo(Fault const& fault, std::ostream* out) { *out << fault.name; }
 class FaultTest : public ::testing::TestWithParam<Fault> {};
 
 TEST_P(FaultTest, EndsTheTrackOnceWithTheExpectedEventAndAudio) {
-  std::ifstream file(test::fixture("long.mp3"), std::ios::binary);
-  FaultServer server({std::istreambuf_iterator<char>(file), {}}, GetParam().mode);
+  FaultServer server(test::readText(test::fixture("long.mp3")), GetParam().mode);
   test::PlayerHarness harness;
   harness.prepare(server.url(), "a");
   harness.play("a");

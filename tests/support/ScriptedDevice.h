@@ -10,6 +10,7 @@
 #include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 
 namespace oru::test {
 
@@ -76,6 +77,7 @@ class ScriptedDevice : public PlaybackDelegate {
 
   int start(AudioFormat format, int channels) override {
     calls.add({'s', format, channels});
+    mStarving = false;
     mFrameBytes = bytesPerSample(format) * channels;
     mWrittenSinceStart = 0;
     return startResult;
@@ -89,7 +91,7 @@ class ScriptedDevice : public PlaybackDelegate {
   int write(long long timestamp, void const* data, unsigned* frames) override {
     if (data == nullptr && *frames == 0 && timestamp == 0) {
       // A device waits for audio as the reference outputs do; a run of underruns is one call.
-      if (calls.entries().empty() || calls.entries().back().kind != 'u') {
+      if (!std::exchange(mStarving, true)) {
         calls.add({'u', 0});
       }
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -109,6 +111,7 @@ class ScriptedDevice : public PlaybackDelegate {
     call.data.assign(static_cast<uint8_t const*>(data),
                      static_cast<uint8_t const*>(data) + size_t{*frames} * mFrameBytes);
     mWrittenSinceStart += call.accepted = *frames;
+    mStarving = false;
     calls.add(std::move(call));
     return writeResult;
   }
@@ -121,6 +124,7 @@ class ScriptedDevice : public PlaybackDelegate {
   Recorder<int> mHold{{-1}};
   std::atomic<int> mFrameBytes{4};
   std::atomic<int64_t> mWrittenSinceStart{0};
+  bool mStarving = false;  // the last call recorded was an underrun (render thread only)
 };
 
 }  // namespace oru::test

@@ -10,19 +10,12 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 
 using namespace oru;
 using test::fixture;
 using ::testing::HasSubstr;
 
 namespace {
-
-std::string readText(std::string const& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
 
 class OruplayTest : public ::testing::Test {
  protected:
@@ -36,13 +29,13 @@ class OruplayTest : public ::testing::Test {
     command.replace(command.find("oruplay"), 7, "timeout 60 " ORUPLAY_BINARY);
     int const status = std::system(
         ("exec </dev/null >'" + base + ".out' 2>'" + base + ".err'; " + command).c_str());
-    out = readText(base + ".out");
-    err = readText(base + ".err");
+    out = test::readText(base + ".out");
+    err = test::readText(base + ".err");
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
   // Frames of the 16-bit stereo WAV file written, from its header; -1 without one.
   long wavFrames() {
-    std::string const bytes = readText(wav);
+    std::string const bytes = test::readText(wav);
     uint32_t dataBytes = 0;
     bytes.copy(reinterpret_cast<char*>(&dataBytes), 4, 40);  // little-endian, as is the host
     EXPECT_EQ(bytes.size(), 44u + dataBytes) << "the header describes the data that follows";
@@ -58,9 +51,8 @@ class OruplayTest : public ::testing::Test {
 TEST_F(OruplayTest, FailingInputsAmongGoodOnes_AreReportedAndTheOthersPlayWithALinePerChange) {
   test::FaultServer server("", test::FaultServer::kNotFound);
   std::string const broken = fixture("not-audio.txt"), chained = fixture("chained.ogg");
-  EXPECT_EQ(run("oruplay " + toWav + fixture("tone.flac") + " " + broken + " " + server.url() +
-                " " + chained),
-            1);
+  std::string const inputs = broken + " " + server.url() + " " + chained;
+  EXPECT_EQ(run("oruplay " + toWav + fixture("tone.flac") + " " + inputs), 1);
   EXPECT_NEAR(wavFrames(), 72000 + 96000, 256);  // each Vorbis link trims its own delay
   EXPECT_THAT(err, HasSubstr(broken + ": Failed to create demuxer: Invalid data found when "
                                       "processing input (error 2)"));
@@ -92,10 +84,10 @@ TEST_F(OruplayTest, CueSheetAlbum_PlaysLikeItsFileWithALinePerTrack) {
   std::string const cue = "/3] " + fixture("album.cue") + "  ";
   EXPECT_EQ(out, "[1" + cue + "The Test Band - Opening\n[2" + cue + "Guest Singer - Middle\n[3" +
                      cue + "The Test Band - Closing\n");
-  std::string const album = readText(wav);
+  std::string const album = test::readText(wav);
   ASSERT_EQ(run("oruplay -q -o 'wav:" + base + ".single.wav' " + fixture("album.flac")), 0);
   EXPECT_GT(album.size(), 44u + 3u * 48000u * 4u - 200u);
-  EXPECT_TRUE(album == readText(base + ".single.wav")) << "the album plays exactly as its file";
+  EXPECT_TRUE(album == test::readText(base + ".single.wav")) << "exactly as its file";
 }
 
 }  // namespace
