@@ -6,16 +6,24 @@
 #
 #   build.sh ROOT      builds into ROOT/ffmpeg-<source version>-<hash> unless that prefix is
 #                      already complete, and prints the prefix as the last line of stdout.
+#   build.sh ROOT armhf SYSROOT
+#                      cross-builds the same for 32-bit Arm (ARMv7, hard float, NEON) with
+#                      Debian's arm-linux-gnueabihf toolchain, against the target libraries in
+#                      SYSROOT (scripts/make-sysroot.sh). Give each architecture its own ROOT.
 #
-# The hash covers this script and the patch, so a change to either, or a new Debian source
-# version, makes a new prefix; an unchanged one is reused without building.
+# The hash covers this script, the patch and the architecture, so a change to either, or a new
+# Debian source version, makes a new prefix; an unchanged one is reused without building.
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-root=${1:?usage: build.sh ROOT}
+root=${1:?usage: build.sh ROOT [armhf SYSROOT]}
+arch=${2:-native}
+sysroot=${3:-}
 mkdir -p "$root"
 root=$(cd "$root" && pwd)
 jobs=$(nproc)
+# shellcheck source=../../scripts/apt-entries.sh
+. "$here/../../scripts/apt-entries.sh"
 
 as_root() {
   if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
@@ -28,35 +36,7 @@ ensure_deb_src() {
   apt-cache showsrc ffmpeg 2>/dev/null | grep '^Version:' >/dev/null && return 0
   local list=/etc/apt/sources.list.d/oruplay-deb-src.list tmp
   tmp=$(mktemp)
-  {
-    grep -hE '^\s*deb\s' /etc/apt/sources.list /etc/apt/sources.list.d/*.list 2>/dev/null \
-      | sed -E 's/^\s*deb\s/deb-src /' || true
-    # deb822 files: every stanza whose Types has "deb" becomes a one-line deb-src entry.
-    for f in /etc/apt/sources.list.d/*.sources; do
-      [ -f "$f" ] || continue
-      awk '
-        function flush() {
-          if (types ~ /(^| )deb( |$)/ && uris != "" && suites != "") {
-            n = split(uris, u, " "); m = split(suites, s, " ")
-            for (i = 1; i <= n; i++) for (j = 1; j <= m; j++) {
-              line = "deb-src"
-              if (signed != "") line = line " [signed-by=" signed "]"
-              print line " " u[i] " " s[j] " " comps
-            }
-          }
-          types = uris = suites = comps = signed = ""
-        }
-        /^[[:space:]]*$/ { flush(); next }
-        /^[[:space:]]*#/ { next }
-        /^Types:/      { sub(/^Types:[[:space:]]*/, "");      types = $0 }
-        /^URIs:/       { sub(/^URIs:[[:space:]]*/, "");       uris = $0 }
-        /^Suites:/     { sub(/^Suites:[[:space:]]*/, "");     suites = $0 }
-        /^Components:/ { sub(/^Components:[[:space:]]*/, ""); comps = $0 }
-        /^Signed-By:/  { sub(/^Signed-By:[[:space:]]*/, "");  signed = $0 }
-        END { flush() }
-      ' "$f"
-    done
-  } | sort -u >"$tmp"
+  apt_binary_entries | sed -E 's/^\s*deb\s/deb-src /' | sort -u >"$tmp"
   if [ ! -s "$tmp" ]; then
     rm -f "$tmp"
     echo "ffmpeg: no deb entries found to derive deb-src entries from" >&2
@@ -71,7 +51,7 @@ ensure_deb_src() {
 ensure_deb_src
 version=$(apt-cache showsrc ffmpeg | awk '/^Version:/ { print $2 }' | sort -V | tail -n 1)
 [ -n "$version" ] || { echo "ffmpeg: no source version of ffmpeg is known to apt" >&2; exit 1; }
-hash=$(cat "$here/build.sh" "$here/oru-version.patch" | sha256sum | cut -c1-12)
+hash=$( (cat "$here/build.sh" "$here/oru-version.patch"; echo "$arch") | sha256sum | cut -c1-12)
 prefix="$root/ffmpeg-${version#*:}-$hash"
 
 if [ -f "$prefix/.complete" ]; then
@@ -101,9 +81,28 @@ components=(
   --enable-parser=mpegaudio,aac,aac_latm,flac,vorbis,opus
 )
 
+case "$arch" in
+  native) cross=() ;;
+  armhf)
+    [ -d "$sysroot/usr/lib/arm-linux-gnueabihf" ] \
+      || { echo "ffmpeg: '$sysroot' is not an armhf sysroot" >&2; exit 1; }
+    cross=(
+      --enable-cross-compile --cross-prefix=arm-linux-gnueabihf- --target-os=linux
+      --arch=arm --cpu=armv7-a --enable-neon --extra-cflags="-mfpu=neon -mfloat-abi=hard"
+      --sysroot="$sysroot" --pkg-config=pkg-config
+    )
+    # GnuTLS and zlib are found in the sysroot, never on the build machine.
+    export PKG_CONFIG_PATH=
+    export PKG_CONFIG_LIBDIR="$sysroot/usr/lib/arm-linux-gnueabihf/pkgconfig:$sysroot/usr/share/pkgconfig"
+    export PKG_CONFIG_SYSROOT_DIR="$sysroot"
+    ;;
+  *) echo "ffmpeg: unknown architecture '$arch' (native or armhf)" >&2; exit 1 ;;
+esac
+
 (
   cd "$src"
   ./configure \
+    "${cross[@]}" \
     --prefix="$prefix" \
     --build-suffix=_oru \
     --extra-version=oru \
