@@ -2,10 +2,19 @@
 # ORUPLAY_FFMPEG_PREFIX to where it lives.
 #
 # By default the build is made (once per source version and patch) by
-# third_party/ffmpeg/build.sh under ORUPLAY_FFMPEG_ROOT, which all presets share. A cross build
-# or a packager that has built it already sets ORUPLAY_FFMPEG_PREFIX instead.
+# third_party/ffmpeg/build.sh under ORUPLAY_FFMPEG_ROOT, which all presets of an architecture
+# share; a cross toolchain file (cmake/toolchains/) names the architecture in
+# ORUPLAY_TARGET_ARCH and its sysroot in CMAKE_SYSROOT. A packager that has built it already
+# sets ORUPLAY_FFMPEG_PREFIX instead.
 
-set(ORUPLAY_FFMPEG_ROOT "${PROJECT_SOURCE_DIR}/build/ffmpeg"
+if(ORUPLAY_TARGET_ARCH)
+  set(_oru_ffmpeg_target ${ORUPLAY_TARGET_ARCH} "${CMAKE_SYSROOT}")
+  set(_oru_ffmpeg_default_root "${PROJECT_SOURCE_DIR}/build/ffmpeg-${ORUPLAY_TARGET_ARCH}")
+else()
+  set(_oru_ffmpeg_target)
+  set(_oru_ffmpeg_default_root "${PROJECT_SOURCE_DIR}/build/ffmpeg")
+endif()
+set(ORUPLAY_FFMPEG_ROOT "${_oru_ffmpeg_default_root}"
     CACHE PATH "Folder under which third_party/ffmpeg/build.sh keeps its FFmpeg builds")
 set(ORUPLAY_FFMPEG_PREFIX "" CACHE PATH "Prefix of an already built patched FFmpeg (optional)")
 
@@ -18,6 +27,7 @@ if(NOT _oru_ffmpeg_prefix)
   message(STATUS "Patched FFmpeg: making sure it is built (the first time takes a few minutes)")
   execute_process(
     COMMAND bash "${PROJECT_SOURCE_DIR}/third_party/ffmpeg/build.sh" "${ORUPLAY_FFMPEG_ROOT}"
+            ${_oru_ffmpeg_target}
     OUTPUT_VARIABLE _oru_ffmpeg_out
     RESULT_VARIABLE _oru_ffmpeg_result
     OUTPUT_STRIP_TRAILING_WHITESPACE)
@@ -40,6 +50,13 @@ if(DEFINED pkgcfg_lib_ORU_FFMPEG_avformat_oru AND NOT _oru_cached_at EQUAL 0)
       unset(${_oru_variable} CACHE)
     endif()
   endforeach()
+endif()
+# A cross build's prefix lies outside its sysroot, where libraries are otherwise looked for,
+# and where the linker looks for the libraries of liboruplay when it links a program (it
+# reads their RUNPATH inside the sysroot).
+if(CMAKE_CROSSCOMPILING)
+  list(APPEND CMAKE_FIND_ROOT_PATH "${_oru_ffmpeg_prefix}")
+  add_link_options("LINKER:-rpath-link,${_oru_ffmpeg_prefix}/lib")
 endif()
 # Only the project's prefix is searched, so a stock FFmpeg on the machine is never picked up.
 set(_oru_saved_pkg_config_path "$ENV{PKG_CONFIG_PATH}")
