@@ -4,7 +4,10 @@
 
 #include <oru/Decoder.h>
 
+#include <sys/types.h>
+
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <thread>
 
@@ -13,7 +16,11 @@ namespace {
 
 constexpr uint16_t kWaveFormatPcm = 1;
 constexpr uint16_t kWaveFormatFloat = 3;
-constexpr long kHeaderBytes = 44;
+constexpr off_t kHeaderBytes = 44;
+// A WAV file grows to 4 GiB. On a 32-bit target, positions past 2 GiB need the 64-bit file
+// interface (the build defines _FILE_OFFSET_BITS=64); a 32-bit position would make a header
+// rewritten there send the next samples back to the start of the data.
+static_assert(sizeof(off_t) == 8, "file positions must hold 4 GiB");
 
 void put16(uint8_t* at, uint32_t value) {
   at[0] = static_cast<uint8_t>(value);
@@ -61,10 +68,10 @@ void WavFileOutput::writeHeader() {
   put16(header + 34, static_cast<uint32_t>(bytesPerSample(mFormat) * 8));
   std::memcpy(header + 36, "data", 4);
   put32(header + 40, clamped);
-  long const end = std::ftell(mFile);
-  std::fseek(mFile, 0, SEEK_SET);
+  off_t const end = ftello(mFile);
+  fseeko(mFile, 0, SEEK_SET);
   std::fwrite(header, 1, sizeof header, mFile);
-  std::fseek(mFile, end > kHeaderBytes ? end : kHeaderBytes, SEEK_SET);
+  fseeko(mFile, std::max(end, kHeaderBytes), SEEK_SET);
   std::fflush(mFile);
 }
 
