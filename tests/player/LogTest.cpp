@@ -39,7 +39,6 @@ struct StderrSink : LoggingDelegate {
 };
 
 TEST(LogMessageDeathTest, FatalLines_AbortAfterReachingTheSinkIfAny) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   StderrSink sink;
   LogMessage::setLogger(&sink);
   EXPECT_DEATH(LogMessage(LOG_FATAL, "AudioPlayer") << "no more", "\\[AudioPlayer\\] no more");

@@ -26,7 +26,7 @@ class OruplayTest : public ::testing::Test {
   }
   // Runs `command` ("oruplay" in it, for a minute at most): its status, with `out` and `err`.
   int run(std::string command) {
-    command.replace(command.find("oruplay"), 7, "timeout 60 " ORUPLAY_BINARY);
+    command.replace(command.find("oruplay"), 7, "timeout 60 " ORUPLAY_COMMAND);
     int const status = std::system(
         ("exec </dev/null >'" + base + ".out' 2>'" + base + ".err'; " + command).c_str());
     out = test::readText(base + ".out");
