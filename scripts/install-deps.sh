@@ -17,6 +17,9 @@ packages=(
   libasound2-dev alsa-utils
   # encoders that make the test fixtures
   ffmpeg sox flac lame
+  # the 32-bit Arm cross build and its tests under emulation (the target's libraries are
+  # Debian armhf packages unpacked by scripts/make-sysroot.sh, not installed)
+  crossbuild-essential-armhf qemu-user file
 )
 
 if [ "$(id -u)" -eq 0 ]; then
