@@ -47,8 +47,10 @@ double Deviation::rmsFrames() const {
   return count > 0 ? std::sqrt(sumOfSquares / static_cast<double>(count)) : 0;
 }
 
-SimulatedDevice::SimulatedDevice(LocalClock const& clock, int64_t startCommonNs)
-    : mClock(clock), mStartCommonNs(static_cast<double>(startCommonNs)) {}
+SimulatedDevice::SimulatedDevice(LocalClock const& clock, int64_t startCommonNs, int64_t settleNs)
+    : mClock(clock),
+      mStartCommonNs(static_cast<double>(startCommonNs)),
+      mSettleNs(static_cast<double>(settleNs)) {}
 
 int SimulatedDevice::start(oru::AudioFormat format, int channels) {
   mAwaitingFirstWrite = true;
@@ -73,7 +75,7 @@ int SimulatedDevice::write(long long timestamp, void const* data, unsigned* fram
       continue;
     }
     double const deviation = heard - sinceStart / kNsPerFrame;
-    if (sinceStart >= kNsPerSecond) {
+    if (sinceStart >= mSettleNs) {
       mDeviation.add(deviation);
     }
     auto const slot = static_cast<size_t>(sinceStart / kGridNs);
@@ -98,9 +100,13 @@ oru::PlaybackCapabilities SimulatedDevice::getPlaybackConfig() {
   return caps;
 }
 
-SimulatedClockService::SimulatedClockService(LocalClock const& clock, SimulatedDevice const& device,
-                                             double noisePpm, unsigned seed)
-    : mClock(clock), mDevice(device), mNoisePpm(noisePpm), mSeed(seed) {}
+SimulatedClockService::SimulatedClockService(LocalClock const& clock, SimulatedDevice& device,
+                                             double noisePpm, bool fitted, unsigned seed)
+    : mClock(clock), mDevice(device), mNoisePpm(noisePpm), mSeed(seed) {
+  if (fitted) {
+    mEstimator.emplace(RampSource::kRate);
+  }
+}
 
 int SimulatedClockService::commonToLocal(long long commonTime, long long* localTime) {
   *localTime = std::llround(mClock.localAt(static_cast<double>(commonTime)));
@@ -109,14 +115,23 @@ int SimulatedClockService::commonToLocal(long long commonTime, long long* localT
 
 double SimulatedClockService::getDriftPpm() {
   double const now = mDevice.commonNow();
-  // A noise that is the same all through a simulated second, from a hash of that second.
-  auto second = static_cast<uint32_t>(now / kNsPerSecond) * 2654435761u ^ mSeed;
-  second ^= second >> 15;
-  second *= 2246822519u;
-  second ^= second >> 13;
-  double const noise = (static_cast<double>(second % 2001) / 1000.0 - 1.0) * mNoisePpm;
-  // The common clock's rate against the local one: exactly what the resampler must apply.
-  return (1 / (1 + mClock.ppmAt(now) * 1e-6) - 1) * 1e6 + noise;
+  if (mEstimator) {
+    double const reportedAt = now + noise(++mReports) * kReportJitterNs;
+    mEstimator->add(std::llround(reportedAt), mDevice.getPlayedFrames());
+    return mEstimator->driftPpm();
+  }
+  // The common clock's rate against the local one: exactly what the resampler must apply, with
+  // a noise that is the same all through a simulated second.
+  return (1 / (1 + mClock.ppmAt(now) * 1e-6) - 1) * 1e6 +
+         noise(static_cast<uint32_t>(now / kNsPerSecond)) * mNoisePpm;
+}
+
+double SimulatedClockService::noise(uint32_t key) const {
+  uint32_t hash = key * 2654435761u ^ mSeed;
+  hash ^= hash >> 15;
+  hash *= 2246822519u;
+  hash ^= hash >> 13;
+  return static_cast<double>(hash % 2001) / 1000.0 - 1.0;
 }
 
 }  // namespace syncsim

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <oru/AudioPlayer.h>
+#include <oru/host/DriftEstimator.h>
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace syncsim {
@@ -44,12 +46,13 @@ class SimulatedDevice : public oru::PlaybackDelegate {
  public:
   static constexpr int64_t kGridNs = 10000000;  // the deviation is also kept every 10 ms
 
-  // `startCommonNs` is when the stream's first frame is due on the common clock.
-  SimulatedDevice(LocalClock const& clock, int64_t startCommonNs);
+  // `startCommonNs` is when the stream's first frame is due on the common clock; the deviation
+  // counts from `settleNs` after it.
+  SimulatedDevice(LocalClock const& clock, int64_t startCommonNs, int64_t settleNs);
 
   // The common time of the last presented frame: the simulation's "now".
   double commonNow() const { return mCommonNow; }
-  // The deviation after the first second, and its value at every 10 ms of common time since
+  // The deviation once settled, and its value at every 10 ms of common time since
   // the start (NaN where no frame could be read).
   Deviation const& deviation() const { return mDeviation; }
   std::vector<double> const& grid() const { return mGrid; }
@@ -63,6 +66,7 @@ class SimulatedDevice : public oru::PlaybackDelegate {
  private:
   LocalClock const& mClock;
   double const mStartCommonNs;
+  double const mSettleNs;
   bool mAwaitingFirstWrite = true;
   double mFirstLocalNs = 0;
   int64_t mPresented = 0;
@@ -76,21 +80,30 @@ class SimulatedDevice : public oru::PlaybackDelegate {
 // common clock's rate against the local one, less one, in ppm. A local clock that runs fast
 // therefore reports a negative value (the engine then repeats frames rather than drop them).
 // The drift can be reported with a noise, uniform within +-`noisePpm` and renewed every
-// simulated second. Render thread; the device must outlive it.
+// simulated second. Or, as a host without a clock service does (DisciplinedClock), it can be
+// fitted from the device's played frames, reported at times off by up to kReportJitterNs.
+// Render thread; the device must outlive it.
 class SimulatedClockService : public oru::AudioPlayer::CommonTimeDelegate {
  public:
-  SimulatedClockService(LocalClock const& clock, SimulatedDevice const& device, double noisePpm,
-                        unsigned seed);
+  static constexpr double kReportJitterNs = 100000;
+
+  SimulatedClockService(LocalClock const& clock, SimulatedDevice& device, double noisePpm,
+                        bool fitted, unsigned seed);
 
   int commonToLocal(long long commonTime, long long* localTime) override;
   double getDriftPpm() override;
   double getCorrectionPpm() override { return 0; }
 
  private:
+  // Uniform within [-1, 1], the same for the same key.
+  double noise(uint32_t key) const;
+
   LocalClock const& mClock;
-  SimulatedDevice const& mDevice;
+  SimulatedDevice& mDevice;
   double const mNoisePpm;
   unsigned const mSeed;
+  std::optional<oru::host::DriftEstimator> mEstimator;  // when fitted
+  uint32_t mReports = 0;
 };
 
 }  // namespace syncsim
