@@ -3,10 +3,12 @@
 #include "Capabilities.h"
 
 #include <oru/Decoder.h>
+#include <oru/host/SystemClock.h>
 
 #include <alsa/asoundlib.h>
 
 #include <algorithm>
+#include <vector>
 
 namespace oru::host {
 namespace {
@@ -57,6 +59,7 @@ void AlsaOutput::close() {
 
 int AlsaOutput::start(AudioFormat format, int channels) {
   mFramesSinceStart = 0;
+  mAwaitingFirstWrite = mKeepTime;
   mDrained = false;
   if (mPcm != nullptr && format == mFormat && channels == mChannels) {
     if (mPaused) {
@@ -113,7 +116,7 @@ void AlsaOutput::stop(StopBehavior behavior) {
   }
 }
 
-int AlsaOutput::write(long long, void const* data, unsigned* frames) {
+int AlsaOutput::write(long long timestamp, void const* data, unsigned* frames) {
   if (mPcm == nullptr) {
     *frames = 0;
     return -1;
@@ -123,11 +126,27 @@ int AlsaOutput::write(long long, void const* data, unsigned* frames) {
     snd_pcm_wait(mPcm, mLatencyMs / 4);
     return 0;
   }
-  auto const* bytes = static_cast<uint8_t const*>(data);
-  unsigned written = 0;
-  while (written < *frames) {
+  if (mAwaitingFirstWrite) {
+    mAwaitingFirstWrite = false;
+    if (int const result = waitWithSilence(timestamp); result != 0) {
+      *frames = 0;
+      return result;
+    }
+  }
+  int error = 0;
+  auto const written =
+      static_cast<unsigned>(writeAll(static_cast<uint8_t const*>(data), *frames, &error));
+  mFramesSinceStart += written;
+  *frames = written;
+  return error;
+}
+
+int64_t AlsaOutput::writeAll(uint8_t const* data, int64_t frames, int* error) {
+  int64_t written = 0;
+  while (written < frames) {
     snd_pcm_sframes_t const result =
-        snd_pcm_writei(mPcm, bytes + static_cast<size_t>(written) * mFrameBytes, *frames - written);
+        snd_pcm_writei(mPcm, data + static_cast<size_t>(written) * mFrameBytes,
+                       static_cast<snd_pcm_uframes_t>(frames - written));
     if (result == -EPIPE || result == -ESTRPIPE) {
       ++mUnderruns;
       if (snd_pcm_recover(mPcm, static_cast<int>(result), 1) < 0) {
@@ -136,14 +155,31 @@ int AlsaOutput::write(long long, void const* data, unsigned* frames) {
       continue;
     }
     if (result < 0) {
-      *frames = written;
-      return static_cast<int>(result);
+      *error = static_cast<int>(result);
+      break;
     }
-    written += static_cast<unsigned>(result);
+    written += result;
   }
-  mFramesSinceStart += written;
-  *frames = written;
-  return 0;
+  return written;
+}
+
+int AlsaOutput::waitWithSilence(int64_t timestamp) {
+  snd_pcm_sframes_t held = 0;
+  if (snd_pcm_delay(mPcm, &held) < 0) {
+    held = 0;
+  }
+  int64_t const silenceFrames = framesUntil(SystemClock::localNow(), timestamp, mRate) - held;
+  std::vector<uint8_t> const silence(static_cast<size_t>(mFrameBytes) * mRate / 10);
+  int64_t const chunk = mRate / 10;
+  int error = 0;
+  for (int64_t left = silenceFrames; left > 0 && error == 0;) {
+    int64_t const frames = std::min(left, chunk);
+    if (writeAll(silence.data(), frames, &error) < frames && error == 0) {
+      return -1;
+    }
+    left -= frames;
+  }
+  return error;
 }
 
 long long AlsaOutput::getPlayedFrames() {

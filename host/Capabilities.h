@@ -21,6 +21,12 @@ inline PlaybackCapabilities oneRateCapabilities(uint32_t const& rate, AudioForma
   return caps;
 }
 
+// Frames at `rate` from the local time `fromNs` to `untilNs`; 0 when it has passed.
+inline int64_t framesUntil(int64_t fromNs, int64_t untilNs, uint32_t rate) {
+  return untilNs > fromNs ? static_cast<int64_t>(static_cast<double>(untilNs - fromNs) * rate / 1e9)
+                          : 0;
+}
+
 // The three formats the engine exchanges with a device.
 inline constexpr AudioFormat kAllFormats[] = {PCM_S16, PCM_S32, PCM_FLOAT};
 

@@ -17,18 +17,23 @@ NullOutput::NullOutput(Pacing pacing, int rate)
 
 int NullOutput::start(AudioFormat, int) {
   mPacer.restart();
+  mAwaitingFirstWrite = mKeepTime;
   mFramesSinceStart = 0;
   return 0;
 }
 
 void NullOutput::stop(StopBehavior) {}
 
-int NullOutput::write(long long, void const* data, unsigned* frames) {
+int NullOutput::write(long long timestamp, void const* data, unsigned* frames) {
   if (data == nullptr) {
     // The source is starving: wait a little, as a device would until it can take data,
     // rather than let the render thread spin.
     std::this_thread::sleep_for(mPacing == kRealTime ? kUnderrunWait : kUnpacedUnderrunWait);
     return 0;
+  }
+  if (mAwaitingFirstWrite) {
+    mAwaitingFirstWrite = false;
+    mPacer.restartAt(timestamp);
   }
   if (mPacing == kRealTime) {
     mPacer.wait(*frames);

@@ -12,6 +12,12 @@ void Pacer::restart() {
   mFrames = 0;
 }
 
+void Pacer::restartAt(int64_t localNs) {
+  // steady_clock is the monotonic clock, as SystemClock::localNow is.
+  mStart = std::chrono::steady_clock::time_point(std::chrono::nanoseconds(localNs));
+  mFrames = 0;
+}
+
 void Pacer::wait(int64_t frames) {
   mFrames += frames;
   auto const due = mStart + std::chrono::microseconds(mFrames * 1000000 / mRate) - mLead;
@@ -21,7 +27,7 @@ void Pacer::wait(int64_t frames) {
 int64_t Pacer::playedFrames() const {
   auto const elapsed = std::chrono::duration_cast<std::chrono::microseconds>(
       std::chrono::steady_clock::now() - mStart);
-  return std::min(mFrames, static_cast<int64_t>(elapsed.count()) * mRate / 1000000);
+  return std::clamp<int64_t>(static_cast<int64_t>(elapsed.count()) * mRate / 1000000, 0, mFrames);
 }
 
 }  // namespace oru::host

@@ -3,6 +3,7 @@
 #include "Capabilities.h"
 
 #include <oru/Decoder.h>
+#include <oru/host/SystemClock.h>
 
 #include <sys/types.h>
 
@@ -10,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <thread>
+#include <vector>
 
 namespace oru::host {
 namespace {
@@ -92,6 +94,8 @@ int WavFileOutput::start(AudioFormat format, int channels) {
     return -1;
   }
   mPacer.restart();
+  mAwaitingFirstWrite = mKeepTime;
+  mStartedAtNs = SystemClock::localNow();
   mFramesSinceStart = 0;
   return 0;
 }
@@ -102,7 +106,7 @@ void WavFileOutput::stop(StopBehavior) {
   }
 }
 
-int WavFileOutput::write(long long, void const* data, unsigned* frames) {
+int WavFileOutput::write(long long timestamp, void const* data, unsigned* frames) {
   if (data == nullptr) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));  // starving: do not spin
     return 0;
@@ -110,6 +114,14 @@ int WavFileOutput::write(long long, void const* data, unsigned* frames) {
   if (mFile == nullptr) {
     *frames = 0;
     return -1;
+  }
+  if (mAwaitingFirstWrite) {
+    mAwaitingFirstWrite = false;
+    if (mPaced) {
+      mPacer.restartAt(timestamp);
+    } else {
+      writeSilence(framesUntil(mStartedAtNs, timestamp, mRate));
+    }
   }
   size_t const written = std::fwrite(data, static_cast<size_t>(mFrameBytes), *frames, mFile);
   if (mPaced) {
@@ -120,6 +132,17 @@ int WavFileOutput::write(long long, void const* data, unsigned* frames) {
   bool const complete = written == *frames;
   *frames = static_cast<unsigned>(written);
   return complete ? 0 : -1;
+}
+
+void WavFileOutput::writeSilence(int64_t frames) {
+  std::vector<uint8_t> const silence(static_cast<size_t>(mFrameBytes) * 1024);
+  for (int64_t left = frames; left > 0;) {
+    auto const chunk = static_cast<size_t>(std::min<int64_t>(left, 1024));
+    size_t const written =
+        std::fwrite(silence.data(), static_cast<size_t>(mFrameBytes), chunk, mFile);
+    mFramesWritten += static_cast<int64_t>(written);
+    left = written == chunk ? left - static_cast<int64_t>(chunk) : 0;
+  }
 }
 
 long long WavFileOutput::getPlayedFrames() {

@@ -29,6 +29,13 @@ class AlsaOutput : public PlaybackDelegate {
   // Whether `device` can be opened for playback; if not, ALSA's reason in `error`.
   static bool probe(std::string const& device, std::string* error);
 
+  // Takes the time stamps of writes as local times (SystemClock::localNow's clock), as a player
+  // in TIMESTAMP_LOCAL or TIMESTAMP_COMMON gives them: the first frame after each start leaves
+  // the device at its time stamp, after silence that accounts for what the device already
+  // holds. Off by default: in TIMESTAMP_STREAM the time stamps are stream positions. Set
+  // before the player starts.
+  void keepTime(bool on) { mKeepTime = on; }
+
   // Underruns the device reported since construction.
   int64_t underruns() const { return mUnderruns; }
 
@@ -40,6 +47,10 @@ class AlsaOutput : public PlaybackDelegate {
 
  private:
   void close();
+  // Writes all `frames` at `data`, recovering from underruns; the frames written.
+  int64_t writeAll(uint8_t const* data, int64_t frames, int* error);
+  // Silence so that the next frame leaves the device at the local time `timestamp`.
+  int waitWithSilence(int64_t timestamp);
 
   std::string const mDevice;
   uint32_t const mRate;
@@ -50,6 +61,8 @@ class AlsaOutput : public PlaybackDelegate {
   int mFrameBytes = 0;
   bool mPaused = false;
   bool mDrained = false;
+  bool mKeepTime = false;
+  bool mAwaitingFirstWrite = false;
   int64_t mFramesSinceStart = 0;
   std::atomic<int64_t> mUnderruns{0};
 };

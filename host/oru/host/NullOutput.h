@@ -24,6 +24,12 @@ class NullOutput : public PlaybackDelegate {
   long long getPlayedFrames() override;
   PlaybackCapabilities getPlaybackConfig() override;
 
+  // Takes the time stamps of writes as local times (SystemClock::localNow's clock), as a player
+  // in TIMESTAMP_LOCAL or TIMESTAMP_COMMON gives them, and presents the first frame after each
+  // start at its time stamp (paced: waits until then). Off by default: in TIMESTAMP_STREAM the time
+  // stamps are stream positions. Set before the player starts.
+  void keepTime(bool on) { mKeepTime = on; }
+
   // Frames taken since construction, over every start.
   int64_t framesTaken() const { return mFramesTaken; }
 
@@ -31,6 +37,8 @@ class NullOutput : public PlaybackDelegate {
   Pacing const mPacing;
   uint32_t const mRate;
   Pacer mPacer;
+  bool mKeepTime = false;
+  bool mAwaitingFirstWrite = false;
   int64_t mFramesSinceStart = 0;
   std::atomic<int64_t> mFramesTaken{0};
 };

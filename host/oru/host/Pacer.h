@@ -14,9 +14,12 @@ class Pacer {
 
   // Starts counting from now.
   void restart();
+  // Starts counting from the local time `localNs` (SystemClock::localNow's clock), which may
+  // lie ahead: the first frame is then due at that time.
+  void restartAt(int64_t localNs);
   // Accounts `frames` more and waits until all but the lead of them are due.
   void wait(int64_t frames);
-  // Frames due by now since restart(), at most the frames accounted.
+  // Frames due by now since the start, at most the frames accounted; 0 before it.
   int64_t playedFrames() const;
 
  private:

@@ -33,6 +33,12 @@ class WavFileOutput : public PlaybackDelegate {
   int64_t framesWritten() const { return mFramesWritten; }
   // Completes the header and closes the file.
   void close();
+  // Takes the time stamps of writes as local times (SystemClock::localNow's clock), as a player
+  // in TIMESTAMP_LOCAL or TIMESTAMP_COMMON gives them, and presents the first frame after each
+  // start at its time stamp: paced, it waits until then; unpaced, it writes the silence until then
+  // from the start. Off by default: in TIMESTAMP_STREAM the time stamps are stream
+  // positions. Set before the player starts.
+  void keepTime(bool on) { mKeepTime = on; }
 
   int start(AudioFormat format, int channels) override;
   void stop(StopBehavior behavior) override;
@@ -42,12 +48,16 @@ class WavFileOutput : public PlaybackDelegate {
 
  private:
   void writeHeader();
+  void writeSilence(int64_t frames);
 
   std::string const mPath;
   uint32_t const mRate;
   AudioFormat const mFormat;
   bool const mPaced;
   Pacer mPacer;
+  bool mKeepTime = false;
+  bool mAwaitingFirstWrite = false;
+  int64_t mStartedAtNs = 0;
   FILE* mFile = nullptr;
   int mChannels = 0;
   int mFrameBytes = 0;
