@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <ctime>
 
 using namespace oru;
 using test::fixture;
@@ -81,6 +82,14 @@ TEST_F(OruplayTest, CtrlC_WhileTheFirstInputPlays_StopsCleanlyWithACompleteFile)
   EXPECT_THAT(err, HasSubstr("oruplay: interrupted"));
   EXPECT_GT(wavFrames(), 0);
   EXPECT_LT(wavFrames(), 2 * 72000);
+}
+
+TEST_F(OruplayTest, At_PlaysTheFirstInputAtThatTimeOnTheWallClock) {
+  // Unpaced, the file holds the silence from the output's start to that time, 3 to 4 s ahead.
+  std::string const at = std::to_string(std::time(nullptr) + 4);
+  ASSERT_EQ(run("oruplay -q " + toWav + "--at " + at + " " + fixture("tone.flac")), 0) << err;
+  EXPECT_GT(wavFrames(), 72000 + 24000) << "the start-up takes far less than 2.5 s";
+  EXPECT_LT(wavFrames(), 72000 + 4 * 48000);
 }
 
 TEST_F(OruplayTest, CueSheetAlbum_PlaysLikeItsFileWithALinePerTrack) {

@@ -12,6 +12,8 @@ using namespace oruplay;
 
 namespace {
 
+constexpr int64_t kSecond = 1000000000, kNow = 1800000000 * kSecond;  // 2027-01-15 08:00 UTC
+
 Command parse(std::vector<std::string> args, Options* options, std::string* error) {
   args.insert(args.begin(), "oruplay");
   std::vector<char*> argv;
@@ -19,14 +21,14 @@ Command parse(std::vector<std::string> args, Options* options, std::string* erro
     argv.push_back(arg.data());
   }
   argv.push_back(nullptr);
-  return parseOptions(static_cast<int>(args.size()), argv.data(), options, error);
+  return parseOptions(static_cast<int>(args.size()), argv.data(), options, error, kNow);
 }
 
 TEST(OptionsTest, EveryOptionInShortOrLongForm_IsRead) {
   Options options;
   std::string error;
   ASSERT_EQ(parse({"a.flac", "-o", "wav:out.wav", "--rate=44100", "-f", "float", "--start", "1500",
-                   "-tq", "--log-level", "3", "-", "b.ogg"},
+                   "-tq", "--log-level", "3", "--at", "1800000600.25", "-", "b.ogg"},
                   &options, &error),
             Command::Play)
       << error;
@@ -34,10 +36,17 @@ TEST(OptionsTest, EveryOptionInShortOrLongForm_IsRead) {
                             options.realtime, options.quiet, options.logLevel),
             std::make_tuple("wav:out.wav", 44100, oru::PCM_FLOAT, 1500u, true, true, 3));
   EXPECT_EQ(options.inputs, (std::vector<std::string>{"a.flac", "-", "b.ogg"}));
+  EXPECT_EQ(options.atNs, kNow + 600 * kSecond + kSecond / 4);
+  // A time of day is its next occurrence: today's, or tomorrow's once it has passed.
+  ASSERT_EQ(parse({"--at", "09:30Z", "a.flac"}, &options, &error), Command::Play) << error;
+  EXPECT_EQ(options.atNs, kNow + 5400 * kSecond);
+  ASSERT_EQ(parse({"-a", "07:59:30.5Z", "a.flac"}, &options, &error), Command::Play) << error;
+  EXPECT_EQ(options.atNs, kNow + (86400 - 30) * kSecond + kSecond / 2);
   EXPECT_EQ(parse({"a.flac", "--help"}, &options, &error), Command::Help);
 }
 
 TEST(OptionsTest, UsageErrors_SayWhatIsWrong) {
+  std::string const kAtError = "--at needs a time: HH:MM[:SS[.FFF]][Z] or seconds since the epoch";
   std::vector<std::pair<std::vector<std::string>, std::string>> const cases{
       {{"--volume", "11", "a.flac"}, "unknown option '--volume'"},
       {{"-x", "a.flac"}, "unknown option '-x'"},
@@ -46,6 +55,9 @@ TEST(OptionsTest, UsageErrors_SayWhatIsWrong) {
       {{"--start=-1", "a.flac"}, "--start needs a number of milliseconds"},
       {{"-l", "7", "a.flac"}, "--log-level needs a level from 0 to 6"},
       {{"-f", "s24", "a.flac"}, "unknown format 's24' (s16, s32 or float)"},
+      {{"--at", "24:00", "a.flac"}, kAtError},
+      {{"--at", "8:00:60", "a.flac"}, kAtError},
+      {{"--at", "soon", "a.flac"}, kAtError},
       {{"-o", "null"}, "no input given"},
       {{"album.cue", "a.flac"}, "a cue sheet plays on its own"}};
   for (auto const& [args, message] : cases) {

@@ -1,6 +1,7 @@
 #include "AlbumSession.h"
 
 #include <chrono>
+#include <utility>
 
 namespace oruplay {
 namespace {
@@ -70,7 +71,7 @@ std::vector<Status> AlbumSession::takeChanges() {
 }
 
 void AlbumSession::trackReady(oru::AudioPlayer::Token const& token, bool) {
-  mPlayer->play(token, 0);
+  mPlayer->play(token, std::exchange(mFirstPlayAtNs, 0));
 }
 
 void AlbumSession::playbackStarted(oru::AudioPlayer::Token const& token, unsigned positionMs) {

@@ -23,6 +23,9 @@ class AlbumSession : public QuietListener, public StatusSource {
   // `reasons` may be null, and must outlive the session otherwise.
   AlbumSession(CueSheet sheet, std::string cuePath, FailureReasons* reasons);
 
+  // The first track that becomes ready plays at `commonNs` on the player's common clock (a
+  // player in TIMESTAMP_COMMON), the others as soon as they may. Call before start().
+  void playFirstAt(int64_t commonNs) { mFirstPlayAtNs = commonNs; }
   // Prepares every track and announces their offsets. The player must outlive the session's
   // use of it.
   void start(oru::GaplessPlayer& player);
@@ -50,6 +53,7 @@ class AlbumSession : public QuietListener, public StatusSource {
   std::string const mCuePath;
   FailureReasons* const mReasons;
   oru::GaplessPlayer* mPlayer = nullptr;
+  int64_t mFirstPlayAtNs = 0;  // command thread, once started
 
   // Guards everything below.
   mutable std::mutex mMutex;

@@ -2,7 +2,11 @@
 
 #include <getopt.h>
 
+#include <time.h>
+
 #include <algorithm>
+#include <cmath>
+#include <cstdio>
 #include <cstdlib>
 
 namespace oruplay {
@@ -17,6 +21,9 @@ char const kUsage[] =
     "  -f, --format FMT     output sample format: s16 (default), s32 or float\n"
     "  -s, --start MS       start the first input's time line at MS milliseconds\n"
     "  -t, --realtime       pace wav and null output at the real rate\n"
+    "  -a, --at TIME        start the first input at TIME on the system's clock, which NTP or\n"
+    "                       PTP keep in step across machines: the next HH:MM[:SS[.FFF]] (local\n"
+    "                       time; UTC with a final Z), or seconds since the epoch\n"
     "  -l, --log-level N    show engine log lines of level N and above (2 detail ... 6 fatal;\n"
     "                       default 5, errors)\n"
     "  -q, --quiet          no status line\n"
@@ -32,6 +39,7 @@ option const kLongOptions[] = {{"output", required_argument, nullptr, 'o'},
                                {"format", required_argument, nullptr, 'f'},
                                {"start", required_argument, nullptr, 's'},
                                {"realtime", no_argument, nullptr, 't'},
+                               {"at", required_argument, nullptr, 'a'},
                                {"log-level", required_argument, nullptr, 'l'},
                                {"quiet", no_argument, nullptr, 'q'},
                                {"help", no_argument, nullptr, 'h'},
@@ -50,8 +58,64 @@ std::string readNumber(char const* text, long minimum, long maximum, Number* val
   return "";
 }
 
+constexpr int64_t kNsPerSecond = 1000000000;
+constexpr int64_t kSecondsPerDay = 86400;
+
+// Reads a --at time into ns since the epoch: seconds ("1795000000.25") or the next time of day
+// after `nowNs` ("18:30", "18:30:05.5", UTC with a final "Z"). False when it is neither.
+bool readTime(std::string const& text, int64_t nowNs, int64_t* atNs) {
+  char* end = nullptr;
+  if (text.find(':') == std::string::npos) {
+    // Whole seconds apart from their fraction: a double holds ns since the epoch only to 256.
+    long long const whole = std::strtoll(text.c_str(), &end, 10);
+    double fraction = 0;
+    if (end != text.c_str() && *end == '.') {
+      fraction = std::strtod(end, &end);  // ".25"; a lone "." converts nothing and stays
+    }
+    *atNs = whole * kNsPerSecond + std::llround(fraction * 1e9);
+    return end != text.c_str() && *end == '\0' && whole > 0 && whole < 10000000000;
+  }
+  int hours = -1, minutes = -1, used = 0;
+  double seconds = 0;
+  if (std::sscanf(text.c_str(), "%2d:%2d%n", &hours, &minutes, &used) != 2) {
+    return false;
+  }
+  std::string rest = text.substr(static_cast<size_t>(used));
+  bool const utc = !rest.empty() && rest.back() == 'Z';
+  if (utc) {
+    rest.pop_back();
+  }
+  if (!rest.empty()) {
+    seconds = rest[0] == ':' ? std::strtod(rest.c_str() + 1, &end) : -1;
+    if (seconds < 0 || seconds >= 60 || end == rest.c_str() + 1 || *end != '\0') {
+      return false;
+    }
+  }
+  if (hours < 0 || hours > 23 || minutes < 0 || minutes > 59) {
+    return false;
+  }
+  // Midnight of today, in UTC or in the local time zone.
+  time_t const now = static_cast<time_t>(nowNs / kNsPerSecond);
+  tm day{};
+  if (utc) {
+    gmtime_r(&now, &day);
+  } else {
+    localtime_r(&now, &day);
+  }
+  day.tm_hour = hours;
+  day.tm_min = minutes;
+  day.tm_sec = 0;
+  day.tm_isdst = -1;
+  time_t const minute = utc ? timegm(&day) : mktime(&day);
+  *atNs = static_cast<int64_t>(minute) * kNsPerSecond + std::llround(seconds * 1e9);
+  if (*atNs <= nowNs) {
+    *atNs += kSecondsPerDay * kNsPerSecond;  // tomorrow's
+  }
+  return true;
+}
+
 // Applies option `letter` with its argument `text`; the reason when the argument is not valid.
-std::string apply(int letter, char const* text, Options* options) {
+std::string apply(int letter, char const* text, int64_t nowNs, Options* options) {
   std::string const value = text;
   switch (letter) {
     case 'o':
@@ -63,6 +127,10 @@ std::string apply(int letter, char const* text, Options* options) {
     case 's':
       return readNumber(text, 0, 0x7FFFFFFF, &options->startMs,
                         "--start needs a number of milliseconds");
+    case 'a':
+      return readTime(value, nowNs, &options->atNs)
+                 ? ""
+                 : "--at needs a time: HH:MM[:SS[.FFF]][Z] or seconds since the epoch";
     case 'l':
       return readNumber(text, 0, 6, &options->logLevel, "--log-level needs a level from 0 to 6");
     default:  // 'f'
@@ -83,11 +151,11 @@ bool isCueSheet(std::string const& input) {
                               input.compare(input.size() - 4, 4, ".CUE") == 0);
 }
 
-Command parseOptions(int argc, char** argv, Options* options, std::string* error) {
+Command parseOptions(int argc, char** argv, Options* options, std::string* error, int64_t nowNs) {
   optind = 0;  // a full reset: GNU getopt then also forgets the state of an earlier parse
   opterr = 0;
   int letter = 0;
-  while ((letter = getopt_long(argc, argv, ":o:r:f:s:tl:qh", kLongOptions, nullptr)) != -1) {
+  while ((letter = getopt_long(argc, argv, ":o:r:f:s:ta:l:qh", kLongOptions, nullptr)) != -1) {
     switch (letter) {
       case 'h':
         return Command::Help;
@@ -106,7 +174,7 @@ Command parseOptions(int argc, char** argv, Options* options, std::string* error
                  "'";
         return Command::UsageError;
       default:
-        *error = apply(letter, optarg, options);
+        *error = apply(letter, optarg, nowNs, options);
         if (!error->empty()) {
           return Command::UsageError;
         }

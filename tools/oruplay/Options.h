@@ -3,6 +3,7 @@
 #include <oru/AudioPlayer.h>
 #include <oru/Log.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,7 @@ struct Options {
   int rate = 48000;
   oru::AudioFormat format = oru::PCM_S16;
   unsigned startMs = 0;
+  int64_t atNs = 0;  // when to start on the wall clock, ns since the epoch; 0: at once
   bool realtime = false;
   int logLevel = oru::LOG_ERROR;
   bool quiet = false;
@@ -24,9 +26,10 @@ enum class Command { Play, Help, UsageError };
 
 extern char const kUsage[];
 
-// Reads the command line into `options`. On UsageError, `error` says what is wrong. Not
+// Reads the command line into `options`. `nowNs` is the wall clock's time, which a time of
+// day given to --at is the next occurrence of. On UsageError, `error` says what is wrong. Not
 // reentrant: getopt_long keeps its state in globals, which this resets on each call.
-Command parseOptions(int argc, char** argv, Options* options, std::string* error);
+Command parseOptions(int argc, char** argv, Options* options, std::string* error, int64_t nowNs);
 
 bool isCueSheet(std::string const& input);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <chrono>
+#include <utility>
 
 namespace oruplay {
 namespace {
@@ -112,8 +113,8 @@ std::vector<std::string> Session::failures() const {
 }
 
 void Session::trackReady(oru::AudioPlayer::Token const& token, bool) {
-  // Stream time: every input plays as soon as the one before it has played out.
-  mPlayer->play(token, 0);
+  // Every input but a timed first one plays as soon as the one before it has played out.
+  mPlayer->play(token, std::exchange(mFirstPlayAtNs, 0));
 }
 
 void Session::playbackStarted(oru::AudioPlayer::Token const& token, unsigned positionMs) {

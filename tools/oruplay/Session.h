@@ -7,6 +7,7 @@
 #include <oru/AudioPlayer.h>
 
 #include <condition_variable>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -83,6 +84,9 @@ class Session : public QuietListener, public StatusSource {
   // `reasons` may be null, and must outlive the session otherwise.
   Session(std::vector<std::string> inputs, unsigned startOffsetMs, FailureReasons* reasons);
 
+  // The first input that becomes ready plays at `commonNs` on the player's common clock (a
+  // player in TIMESTAMP_COMMON), the others as soon as they may. Call before start().
+  void playFirstAt(int64_t commonNs) { mFirstPlayAtNs = commonNs; }
   // Begins with the first input. The player must outlive the session's use of it.
   void start(oru::AudioPlayer& player);
   // Waits until every input has played or failed, or the timeout passed; true when done.
@@ -119,6 +123,7 @@ class Session : public QuietListener, public StatusSource {
   FailureReasons* const mReasons;
   StdinSource mStdin;
   oru::AudioPlayer* mPlayer = nullptr;
+  int64_t mFirstPlayAtNs = 0;  // command thread, once started
 
   // Guards everything below.
   mutable std::mutex mMutex;

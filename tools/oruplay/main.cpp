@@ -10,6 +10,7 @@
 #include <oru/AudioPlayer.h>
 #include <oru/GaplessPlayer.h>
 #include <oru/host/AlsaOutput.h>
+#include <oru/host/DisciplinedClock.h>
 #include <oru/host/NullOutput.h>
 #include <oru/host/StderrLogger.h>
 #include <oru/host/WavFileOutput.h>
@@ -39,17 +40,23 @@ volatile std::sig_atomic_t gInterrupted = 0;
 
 void onInterrupt(int) { gInterrupted = 1; }
 
-// The output device the options name, or null (with the reason printed).
+// The output device the options name, or null (with the reason printed). With --at, it
+// presents the first frame at the time the player gives it.
 std::unique_ptr<oru::PlaybackDelegate> makeOutput(Options const& options) {
   std::string const& output = options.output;
+  bool const keepTime = options.atNs != 0;
   if (output.rfind("wav:", 0) == 0 && output.size() > 4) {
-    return std::make_unique<oru::host::WavFileOutput>(output.substr(4), options.rate,
-                                                      options.format, options.realtime);
+    auto file = std::make_unique<oru::host::WavFileOutput>(output.substr(4), options.rate,
+                                                           options.format, options.realtime);
+    file->keepTime(keepTime);
+    return file;
   }
   if (output == "null") {
-    return std::make_unique<oru::host::NullOutput>(
+    auto discard = std::make_unique<oru::host::NullOutput>(
         options.realtime ? oru::host::NullOutput::kRealTime : oru::host::NullOutput::kUnpaced,
         options.rate);
+    discard->keepTime(keepTime);
+    return discard;
   }
   if (output.empty() || output == "alsa" || output.rfind("alsa:", 0) == 0) {
     std::string const device = output.size() > 5 ? output.substr(5) : "default";
@@ -66,7 +73,9 @@ std::unique_ptr<oru::PlaybackDelegate> makeOutput(Options const& options) {
       }
       return nullptr;
     }
-    return std::make_unique<oru::host::AlsaOutput>(device, options.rate);
+    auto card = std::make_unique<oru::host::AlsaOutput>(device, options.rate);
+    card->keepTime(keepTime);
+    return card;
   }
   std::fprintf(stderr, "oruplay: unknown output '%s' (alsa[:DEVICE], wav:PATH or null)\n",
                output.c_str());
@@ -143,7 +152,8 @@ class StatusLine {
 int main(int argc, char** argv) {
   Options options;
   std::string error;
-  switch (oruplay::parseOptions(argc, argv, &options, &error)) {
+  switch (oruplay::parseOptions(argc, argv, &options, &error,
+                                oru::host::DisciplinedClock::realtimeNow())) {
     case oruplay::Command::Help:
       std::fputs(oruplay::kUsage, stdout);
       return kExitOk;
@@ -185,6 +195,12 @@ int main(int argc, char** argv) {
     status.finish();
   };
 
+  // With --at, the player runs on the wall clock, with the output's drift fitted from it.
+  oru::host::DisciplinedClock clock(*output, options.rate);
+  bool const timed = options.atNs != 0;
+  auto const mode = timed ? oru::AudioPlayer::TIMESTAMP_COMMON : oru::AudioPlayer::TIMESTAMP_STREAM;
+  oru::AudioPlayer::CommonTimeDelegate* const common = timed ? &clock : nullptr;
+
   std::string const& first = options.inputs.front();
   if (isCueSheet(first)) {
     oruplay::CueSheet sheet;
@@ -193,16 +209,16 @@ int main(int argc, char** argv) {
       return kExitInputFailed;
     }
     auto* album = new oruplay::AlbumSession(sheet, first, &logger);  // the player owns it
-    oru::GaplessPlayer player(album, output.get(), nullptr, new NoTokenUpdates,
-                              oru::AudioPlayer::TIMESTAMP_STREAM, nullptr);
+    oru::GaplessPlayer player(album, output.get(), common, new NoTokenUpdates, mode, nullptr);
+    album->playFirstAt(options.atNs);
     album->start(player);
     run(
         *album, [album](int ms) { return album->waitUntilDone(ms); }, player);
     failures = album->failures();
   } else {
     oruplay::Session session(options.inputs, options.startMs, &logger);
-    oru::AudioPlayer player(&session, output.get(), nullptr, oru::AudioPlayer::TIMESTAMP_STREAM,
-                            nullptr);
+    oru::AudioPlayer player(&session, output.get(), common, mode, nullptr);
+    session.playFirstAt(options.atNs);
     session.start(player);
     run(
         session, [&session](int ms) { return session.waitUntilDone(ms); }, player);
