@@ -48,6 +48,39 @@ int RampSource::read(void* source, uint8_t* buffer, int size) {
   return static_cast<RampSource*>(source)->fill(buffer, size);
 }
 
+void RampSource::cancel(void* source) {
+  auto* ramp = static_cast<RampSource*>(source);
+  std::lock_guard<std::mutex> lock(ramp->mMutex);
+  ramp->mCancelled = true;
+  ramp->mChanged.notify_all();
+}
+
+void RampSource::holdAt(int64_t frame) {
+  std::lock_guard<std::mutex> lock(mMutex);
+  mHoldAt = frame;
+}
+
+void RampSource::waitUntilHeld() {
+  std::unique_lock<std::mutex> lock(mMutex);
+  mChanged.wait(lock, [this] { return mHeld || mCancelled; });
+}
+
+void RampSource::release() {
+  std::lock_guard<std::mutex> lock(mMutex);
+  mHoldAt = -1;
+  mChanged.notify_all();
+}
+
+bool RampSource::passHold(int64_t frame) {
+  std::unique_lock<std::mutex> lock(mMutex);
+  if (frame == mHoldAt) {
+    mHeld = true;
+    mChanged.notify_all();
+    mChanged.wait(lock, [this] { return mHoldAt < 0 || mCancelled; });
+  }
+  return !mCancelled;
+}
+
 int RampSource::fill(uint8_t* buffer, int size) {
   auto const headerSize = static_cast<int64_t>(mHeader.size());
   if (mOffset < headerSize) {
@@ -57,7 +90,16 @@ int RampSource::fill(uint8_t* buffer, int size) {
     return count;
   }
   int64_t const frame = (mOffset - headerSize) / kFrameBytes;
-  int64_t const count = std::min<int64_t>(size / kFrameBytes, mFrames - frame);
+  if (!passHold(frame)) {
+    return oru::AudioPlayer::Resource::kEndOfData;
+  }
+  int64_t count = std::min<int64_t>(size / kFrameBytes, mFrames - frame);
+  {
+    std::lock_guard<std::mutex> lock(mMutex);
+    if (mHoldAt > frame) {
+      count = std::min(count, mHoldAt - frame);  // the next read stops at the hold
+    }
+  }
   if (count <= 0) {
     return oru::AudioPlayer::Resource::kEndOfData;
   }

@@ -1,14 +1,17 @@
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
+#include <mutex>
 #include <string>
 
 namespace syncsim {
 
 // A host data source: a 32-bit float stereo WAV stream whose samples say which frame they are
 // (left: the frame index modulo 2^20, right: the index divided by 2^20), so that whatever a
-// device presents, after any resampling, tells which source position is heard then. Read on
-// the track's decoding thread only; must outlive the track.
+// device presents, after any resampling, tells which source position is heard then. It can
+// hold its data at a frame, as a stalled network source would. Read on the track's decoding
+// thread; held and released from any thread; must outlive the track.
 class RampSource {
  public:
   static constexpr int kRate = 48000;
@@ -23,9 +26,24 @@ class RampSource {
 
   // The resource's data callback: fills `buffer` with up to `size` bytes, then ends the data.
   static int read(void* source, uint8_t* buffer, int size);
+  // The resource's cancel callback: a held read ends the data.
+  static void cancel(void* source);
+
+  // Gives no frame from `frame` on until release(); waitUntilHeld() returns once it is there.
+  void holdAt(int64_t frame);
+  void waitUntilHeld();
+  void release();
 
  private:
   int fill(uint8_t* buffer, int size);
+  // Blocks while the data is held at `frame`; false once cancelled.
+  bool passHold(int64_t frame);
+
+  std::mutex mMutex;  // guards the hold
+  std::condition_variable mChanged;
+  int64_t mHoldAt = -1;  // -1: not held
+  bool mHeld = false;
+  bool mCancelled = false;
 
   std::string mHeader;
   int64_t const mFrames;

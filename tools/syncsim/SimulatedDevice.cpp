@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 namespace syncsim {
 namespace {
@@ -54,7 +55,22 @@ SimulatedDevice::SimulatedDevice(LocalClock const& clock, int64_t startCommonNs,
 
 int SimulatedDevice::start(oru::AudioFormat format, int channels) {
   mAwaitingFirstWrite = true;
+  std::lock_guard<std::mutex> lock(mMutex);
+  mStarted = true;
+  mStartCommonNs += std::exchange(mRestartDelayNs, 0.0);
   return format == kFormat && channels == RampSource::kChannels ? 0 : -1;
+}
+
+void SimulatedDevice::stop(oru::StopBehavior) {
+  std::lock_guard<std::mutex> lock(mMutex);
+  mStarted = false;
+  mStopped.notify_all();
+}
+
+void SimulatedDevice::delayAfterRestart(int64_t ns) {
+  std::unique_lock<std::mutex> lock(mMutex);
+  mStopped.wait(lock, [this] { return !mStarted; });
+  mRestartDelayNs = static_cast<double>(ns);
 }
 
 int SimulatedDevice::write(long long timestamp, void const* data, unsigned* frames) {

@@ -3,7 +3,9 @@
 #include <oru/AudioPlayer.h>
 #include <oru/host/DriftEstimator.h>
 
+#include <condition_variable>
 #include <cstdint>
+#include <mutex>
 #include <optional>
 #include <vector>
 
@@ -50,6 +52,11 @@ class SimulatedDevice : public oru::PlaybackDelegate {
   // counts from `settleNs` after it.
   SimulatedDevice(LocalClock const& clock, int64_t startCommonNs, int64_t settleNs);
 
+  // Waits until the engine has stopped the device (a pause reaches it a little after the
+  // player reports it), then has the stream due `ns` later on the common clock from the next
+  // start() on: the host resumes it after a pause that long.
+  void delayAfterRestart(int64_t ns);
+
   // The common time of the last presented frame: the simulation's "now".
   double commonNow() const { return mCommonNow; }
   // The deviation once settled, and its value at every 10 ms of common time since
@@ -58,14 +65,18 @@ class SimulatedDevice : public oru::PlaybackDelegate {
   std::vector<double> const& grid() const { return mGrid; }
 
   int start(oru::AudioFormat format, int channels) override;
-  void stop(oru::StopBehavior) override {}
+  void stop(oru::StopBehavior) override;
   int write(long long timestamp, void const* data, unsigned* frames) override;
   long long getPlayedFrames() override { return mPresented; }
   oru::PlaybackCapabilities getPlaybackConfig() override;
 
  private:
   LocalClock const& mClock;
-  double const mStartCommonNs;
+  double mStartCommonNs;
+  std::mutex mMutex;  // guards the two below, between the render thread and the host
+  std::condition_variable mStopped;
+  bool mStarted = false;
+  double mRestartDelayNs = 0;
   double const mSettleNs;
   bool mAwaitingFirstWrite = true;
   double mFirstLocalNs = 0;

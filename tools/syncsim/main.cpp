@@ -29,28 +29,43 @@ constexpr double kUsPerFrame = 1e6 / RampSource::kRate;
 struct Scenario {
   char const* name;
   char const* description;
-  double ppm;         // the first device runs this fast, the second this slow
-  double stepPpm;     // both clocks' rates move by this much at half of the run
-  double noisePpm;    // the reported drift is off by up to this much, renewed every second
-  bool fitted;        // the drift is fitted from the device's played frames instead
-  int settleSeconds;  // the devices are measured from this long after the start
+  double ppm;          // the first device runs this fast, the second this slow
+  double stepPpm;      // both clocks' rates move by this much at half of the run
+  double noisePpm;     // the reported drift is off by up to this much, renewed every second
+  bool fitted;         // the drift is fitted from the device's played frames instead
+  int settleSeconds;   // the devices are measured from this long after the start
+  bool pause;          // paused at a third of the stream, and resumed 10 s later
+  int resumeOffsetMs;  // before resuming, the time base is moved to this offset (a seek)
 };
 
 constexpr Scenario kScenarios[] = {
-    {"exact", "+-100 ppm, reported exactly", 100, 0, 0, false, 1},
-    {"step", "+-100 ppm, stepping by 10 ppm at half time, reported", 100, 10, 0, false, 1},
-    {"noise", "+-100 ppm, reported with +-0.5 ppm of noise", 100, 0, 0.5, false, 1},
-    {"wide", "+-300 ppm, reported exactly", 300, 0, 0, false, 1},
-    {"fitted", "+-100 ppm, fitted from played frames reported within +-100 us", 100, 0, 0, true,
-     60},
+    {"exact", "+-100 ppm, reported exactly", 100, 0, 0, false, 1, false, 0},
+    {"step", "+-100 ppm, stepping by 10 ppm at half time, reported", 100, 10, 0, false, 1, false,
+     0},
+    {"noise", "+-100 ppm, reported with +-0.5 ppm of noise", 100, 0, 0.5, false, 1, false, 0},
+    {"wide", "+-300 ppm, reported exactly", 300, 0, 0, false, 1, false, 0},
+    {"fitted", "+-100 ppm, fitted from played frames reported within +-100 us", 100, 0, 0, true, 60,
+     false, 0},
+    {"pause", "+-100 ppm, reported, paused at a third for 10 s and resumed", 100, 0, 0, false, 1,
+     true, 0},
+    {"seek", "+-100 ppm, reported, paused at a third, resumed 10 s later with a 5 s resume offset",
+     100, 0, 0, false, 1, true, 5000},
 };
+constexpr int64_t kPauseNs = 10 * kNsPerSecond;
 
-// Plays the stream at the common start as soon as it is ready, and says when it has ended.
+// Plays the stream at the common start as soon as it is ready, and says when it has paused and
+// when it has ended.
 class Listener : public oruplay::QuietListener {
  public:
   void waitUntilEnded() {
     std::unique_lock<std::mutex> lock(mMutex);
     mChanged.wait(lock, [this] { return mEnded; });
+  }
+  // True once paused, false when the stream ended first.
+  bool waitUntilPaused() {
+    std::unique_lock<std::mutex> lock(mMutex);
+    mChanged.wait(lock, [this] { return mPaused || mEnded; });
+    return mPaused;
   }
   bool failed() const { return mFailed; }
   oru::AudioPlayer* player = nullptr;
@@ -63,6 +78,11 @@ class Listener : public oruplay::QuietListener {
     end(true);
   }
   void playbackStopped(Token const&, unsigned) override { end(true); }
+  void playbackPaused(Token const&, unsigned) override {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mPaused = true;
+    mChanged.notify_all();
+  }
 
  private:
   void end(bool failed) {
@@ -76,6 +96,7 @@ class Listener : public oruplay::QuietListener {
   std::condition_variable mChanged;
   bool mEnded = false;
   bool mFailed = false;
+  bool mPaused = false;
 };
 
 // One simulated device with its clock service, source and player.
@@ -93,6 +114,31 @@ struct Rig {
   RampSource source;
   Listener listener;
 };
+
+// Once every device has played the stream up to its source's hold, pauses each player, and
+// resumes it kPauseNs later on the common clock: the stream keeps its common timeline, shifted
+// by the pause, less the resume offset when there is one (the time base is moved, the data goes
+// on where it paused). False when a stream ended before it could be paused.
+bool pauseAndResume(Scenario const& scenario, std::vector<std::unique_ptr<Rig>>& rigs,
+                    std::vector<std::unique_ptr<oru::AudioPlayer>>& players) {
+  bool paused = true;
+  for (size_t i = 0; i < rigs.size(); ++i) {
+    rigs[i]->source.waitUntilHeld();
+    players[i]->stop(true);  // a transient stop: the track pauses, and says so
+    paused = rigs[i]->listener.waitUntilPaused() && paused;
+  }
+  for (size_t i = 0; i < rigs.size(); ++i) {
+    if (scenario.resumeOffsetMs > 0) {
+      players[i]->setResumeOffset(scenario.resumeOffsetMs);
+    }
+    if (paused) {
+      rigs[i]->device.delayAfterRestart(kPauseNs - int64_t{scenario.resumeOffsetMs} * 1000000);
+    }
+    players[i]->play(oruplay::InputToken(0), kStartCommonNs + kPauseNs);
+    rigs[i]->source.release();
+  }
+  return paused;
+}
 
 std::string describe(double frames) {
   char text[64];
@@ -116,9 +162,16 @@ bool run(Scenario const& scenario, double minutes) {
       rig->listener.player = players.back().get();
       oru::AudioPlayer::Resource resource;
       resource.newDataCallback = &RampSource::read;
+      resource.cancelCallback = &RampSource::cancel;
       resource.callbackOpaque = &rig->source;
+      if (scenario.pause) {
+        rig->source.holdAt(frames / 3);
+      }
       players.back()->prepare(oru::AudioPlayer::REPLACE_ALL, resource, 0, -1, -1,
                               oruplay::InputToken(0), 1);
+    }
+    if (scenario.pause) {
+      ok = pauseAndResume(scenario, rigs, players);
     }
     for (auto& rig : rigs) {
       rig->listener.waitUntilEnded();
@@ -149,10 +202,11 @@ bool run(Scenario const& scenario, double minutes) {
 constexpr char kUsage[] =
     "Usage: oru-syncsim [--minutes M] [SCENARIO...]\n"
     "Plays M minutes (default 60) of audio in each scenario (default: all of exact, step,\n"
-    "noise, wide, fitted) on two simulated devices and prints how far apart they play.\n"
+    "noise, wide, fitted, pause, seek) on two simulated devices and prints how far apart they "
+    "play.\n"
     "Exit status: 0 when every device stayed within one frame of the common timeline and\n"
-    "of the other once settled (after 1 s; 30 s when fitted), 1 otherwise, 2 for a usage\n"
-    "error.\n";
+    "of the other once settled (after 1 s; a minute when fitted), 1 otherwise, 2 for a\n"
+    "usage error.\n";
 
 }  // namespace
 
