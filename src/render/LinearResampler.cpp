@@ -2,6 +2,7 @@
 
 #include <oru/Log.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -42,6 +43,27 @@ int32_t interpolate(int32_t previous, int32_t current, double position) {
 float interpolate(float previous, float current, double position) {
   float const difference = current - previous;
   return static_cast<float>(previous + difference * position);
+}
+
+// The same arithmetic for a position within [0, 1], where the result needs fewer checks: a
+// 16-bit value lies between its two samples, a 32-bit one (whose difference may wrap) only
+// needs saturating, and no NaN can arise.
+int16_t interpolateWithin(int16_t previous, int16_t current, double position) {
+  int32_t const difference = int32_t{current} - int32_t{previous};
+  return static_cast<int16_t>(static_cast<int32_t>(previous + difference * position));
+}
+
+int32_t interpolateWithin(int32_t previous, int32_t current, double position) {
+  auto const difference =
+      static_cast<int32_t>(static_cast<uint32_t>(current) - static_cast<uint32_t>(previous));
+  double const value = previous + difference * position;
+  return static_cast<int32_t>(
+      std::min(std::max(value, static_cast<double>(std::numeric_limits<int32_t>::min())),
+               static_cast<double>(std::numeric_limits<int32_t>::max())));
+}
+
+float interpolateWithin(float previous, float current, double position) {
+  return interpolate(previous, current, position);
 }
 
 }  // namespace
@@ -124,34 +146,59 @@ void LinearResampler::resample(unsigned int& inFrames, void const* in, unsigned 
 template <typename Sample>
 void LinearResampler::resampleFrames(std::vector<Sample>& previous, unsigned int& inFrames,
                                      Sample const* in, unsigned int& outFrames, Sample* out) {
-  auto const channels = static_cast<size_t>(mChannels);
+  // With a step below one frame, a position within [0, 1] stays there; stereo is the common
+  // case, worth a loop of its own.
+  bool const within = std::fabs(mStep) < 1.0 && mPosition >= 0.0 && mPosition <= 1.0;
+  if (within && mChannels == 2) {
+    resampleFrames<Sample, 2, true>(previous, inFrames, in, outFrames, out);
+  } else if (within) {
+    resampleFrames<Sample, 0, true>(previous, inFrames, in, outFrames, out);
+  } else {
+    resampleFrames<Sample, 0, false>(previous, inFrames, in, outFrames, out);
+  }
+}
+
+template <typename Sample, int kChannels, bool kWithin>
+void LinearResampler::resampleFrames(std::vector<Sample>& saved, unsigned int& inFrames,
+                                     Sample const* in, unsigned int& outFrames, Sample* out) {
+  auto const channels = kChannels > 0 ? size_t{kChannels} : static_cast<size_t>(mChannels);
+  // The previous frame stays where it is (saved, or in the input) until the call ends.
+  Sample const* previous = saved.data();
+  double position = mPosition;
+  bool skipNext = mSkipNext;
   unsigned int i = 0;
   unsigned int o = 0;
   while (i < inFrames && o < outFrames) {
     Sample const* input = in + i * channels;
-    if (mSkipNext) {
-      mSkipNext = false;
-      previous.assign(input, input + channels);
+    if (skipNext) {
+      skipNext = false;
+      previous = input;
       ++i;
       continue;
     }
     Sample* output = out + o * channels;
     for (size_t c = 0; c < channels; ++c) {
-      output[c] = interpolate(previous[c], input[c], mPosition);
+      output[c] = kWithin ? interpolateWithin(previous[c], input[c], position)
+                          : interpolate(previous[c], input[c], position);
     }
     ++o;
-    mPosition += mStep;
-    if (mPosition > 1.0) {
-      mPosition -= 1.0;
-      mSkipNext = true;
-    } else if (mPosition < 0.0) {
-      mPosition += 1.0;
+    position += mStep;
+    if (position > 1.0) {
+      position -= 1.0;
+      skipNext = true;
+    } else if (position < 0.0) {
+      position += 1.0;
       continue;  // input frame i is used again
     } else {
-      previous.assign(input, input + channels);
+      previous = input;
     }
     ++i;
   }
+  if (previous != saved.data()) {
+    saved.assign(previous, previous + channels);
+  }
+  mPosition = position;
+  mSkipNext = skipNext;
   inFrames = i;
   outFrames = o;
   mFramesProduced += o;

@@ -54,6 +54,10 @@ class LinearResampler {
   template <typename Sample>
   void resampleFrames(std::vector<Sample>& previous, unsigned int& inFrames, Sample const* in,
                       unsigned int& outFrames, Sample* out);
+  // The loop, for a fixed channel count (0: any), and with a position known to stay in [0, 1].
+  template <typename Sample, int kChannels, bool kWithin>
+  void resampleFrames(std::vector<Sample>& saved, unsigned int& inFrames, Sample const* in,
+                      unsigned int& outFrames, Sample* out);
 
   AudioFormat const mFormat;
   int const mChannels;

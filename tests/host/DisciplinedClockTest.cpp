@@ -20,7 +20,6 @@ constexpr int64_t kSecond = 1000000000, kReportEvery = kSecond / 10;
 int64_t playedAt(double ppm, int64_t ns) {
   return std::llround(static_cast<double>(ns) * kRate * (1 + ppm * 1e-6) / 1e9);
 }
-// What the engine needs reported for such a device.
 double driftFor(double ppm) { return (1 / (1 + ppm * 1e-6) - 1) * 1e6; }
 
 TEST(DriftEstimatorTest, ReportsTimedWithinTwentyMicroseconds_GiveTheDriftWithinAPpm) {
