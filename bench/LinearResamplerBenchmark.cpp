@@ -77,6 +77,8 @@ void compensate(benchmark::State& state, AVSampleFormat format) {
   }
   swr_free(&swr);
   state.SetItemsProcessed(frames);
+  state.counters["frames/s"] =
+      benchmark::Counter(static_cast<double>(frames), benchmark::Counter::kIsRate);
 }
 
 void ResampleS16(benchmark::State& state) { resample<int16_t>(state, PCM_S16); }

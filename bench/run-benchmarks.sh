@@ -10,14 +10,14 @@ cmake --build --preset release --target resampler_benchmark oruplay_cli oru_sync
 cpu=$(lscpu | sed -n 's/^Model name:[[:space:]]*//p' | head -n 1)
 echo "Machine: ${cpu:-unknown CPU}, $(nproc) cores, $(uname -m), g++ $(g++ -dumpfullversion)"
 echo
-echo "| benchmark | ppm | CPU ns per 1152-frame buffer | frames per CPU second |"
-echo "|---|---:|---:|---:|"
+echo "| benchmark | ppm | CPU ns per 1152-frame buffer | ns per frame | frames per CPU second |"
+echo "|---|---:|---:|---:|---:|"
 build/release/bench/resampler_benchmark --benchmark_repetitions=5 \
     --benchmark_report_aggregates_only=true --benchmark_format=csv 2>/dev/null \
   | awk -F, '/_median"?,/ {
       gsub(/"/, "", $1); split($1, parts, "/"); name = parts[1]; ppm = parts[2]
       sub(/_median$/, "", ppm)
-      printf "| %s | %s | %.0f | %.1f M |\n", name, ppm, $4, $(NF) / 1e6
+      printf "| %s | %s | %.0f | %.2f | %.1f M |\n", name, ppm, $4, $4 / 1152, $(NF) / 1e6
     }'
 
 # Whole playback path, as fast as it runs: oruplay decodes a minute of 44.1 kHz stereo music-like
