@@ -20,6 +20,14 @@ class Recorder {
     mEntries.push_back(std::move(entry));
     mChanged.notify_all();
   }
+  // Appends what `next` makes of the last entry, in one step with reading it; returns that entry.
+  template <typename Next>
+  Entry addFrom(Next next) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mEntries.push_back(next(mEntries.back()));
+    mChanged.notify_all();
+    return mEntries.end()[-2];
+  }
   std::vector<Entry> entries() const {
     std::lock_guard<std::mutex> lock(mMutex);
     return mEntries;

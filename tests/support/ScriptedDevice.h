@@ -97,14 +97,13 @@ class ScriptedDevice : public PlaybackDelegate {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
       return 0;
     }
-    // The hold is a list of counts: its last entry says how many writes may pass (-1: all),
-    // and -2 is appended while a write waits.
-    int const allowed = mHold.entries().back();
+    // The hold is a list of counts: the last says how many writes may pass (-1: all), -2 that a
+    // write waits. It is read and appended to in one step: a release cannot fall in between.
+    int const allowed = mHold.addFrom([](int last) {
+      return last == 0 ? -2 : last > 0 ? last - 1 : last;
+    });
     if (allowed == 0) {
-      mHold.add(-2);
       mHold.waitUntil([](auto const& hold) { return hold.back() == -1; });
-    } else if (allowed > 0) {
-      mHold.add(allowed - 1);
     }
     Call call{'w', static_cast<int>(*frames), timestamp};
     *frames = writeResult == 0 ? std::min(*frames, maxFramesPerWrite) : 0;
