@@ -5,7 +5,8 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 cmake --preset release >/dev/null
-cmake --build --preset release --target resampler_benchmark oruplay_cli oru_syncsim >/dev/null
+cmake --build --preset release --target resampler_benchmark memory_benchmark oruplay_cli oru_syncsim \
+  >/dev/null
 
 cpu=$(lscpu | sed -n 's/^Model name:[[:space:]]*//p' | head -n 1)
 echo "Machine: ${cpu:-unknown CPU}, $(nproc) cores, $(uname -m), g++ $(g++ -dumpfullversion)"
@@ -53,3 +54,8 @@ echo
 echo '```'
 build/release/tools/oru-syncsim --minutes 60 || echo "(a scenario strayed by more than a frame)"
 echo '```'
+
+# An hour of audio through the data callback, at 60 times real time (a minute): resident memory,
+# and heap allocations once playing.
+echo
+build/release/bench/memory_benchmark || echo "(the stream did not play to its end)"
