@@ -1,6 +1,26 @@
 #include "render/BufferQueue.h"
 
 namespace oru {
+namespace {
+
+// Appends `buffer` to `list` in a node of `spare` when it has one.
+void append(std::list<PcmBuffer*>& list, std::list<PcmBuffer*>& spare, PcmBuffer* buffer) {
+  if (spare.empty()) {
+    list.push_back(buffer);
+    return;
+  }
+  spare.front() = buffer;
+  list.splice(list.end(), spare, spare.begin());
+}
+
+// Removes the front entry of `list` and keeps its node in `spare`.
+PcmBuffer* takeFront(std::list<PcmBuffer*>& list, std::list<PcmBuffer*>& spare) {
+  PcmBuffer* const buffer = list.front();
+  spare.splice(spare.begin(), list, list.begin());
+  return buffer;
+}
+
+}  // namespace
 
 BufferQueue::BufferQueue(unsigned int count) {
   for (unsigned int i = 0; i < count; ++i) {
@@ -22,8 +42,7 @@ PcmBuffer* BufferQueue::obtainBuffer(unsigned int size) {
   {
     std::unique_lock<std::mutex> lock(mPoolMutex);
     mPoolChanged.wait(lock, [this] { return !mPool.empty(); });
-    buffer = mPool.front();
-    mPool.pop_front();
+    buffer = takeFront(mPool, mPoolSpare);
   }
   if (buffer != nullptr && buffer->capacity < size) {
     delete[] buffer->data;
@@ -37,7 +56,7 @@ PcmBuffer* BufferQueue::obtainBuffer(unsigned int size) {
 void BufferQueue::pushBuffer(PcmBuffer* buffer) {
   {
     std::lock_guard<std::mutex> lock(mFilledMutex);
-    mFilled.push_back(buffer);
+    append(mFilled, mFilledSpare, buffer);
   }
   mFilledChanged.notify_all();
 }
@@ -45,7 +64,7 @@ void BufferQueue::pushBuffer(PcmBuffer* buffer) {
 void BufferQueue::releaseBuffer(PcmBuffer* buffer) {
   {
     std::lock_guard<std::mutex> lock(mPoolMutex);
-    mPool.push_back(buffer);
+    append(mPool, mPoolSpare, buffer);
   }
   mPoolChanged.notify_all();
 }
@@ -53,9 +72,7 @@ void BufferQueue::releaseBuffer(PcmBuffer* buffer) {
 PcmBuffer* BufferQueue::pop() {
   std::unique_lock<std::mutex> lock(mFilledMutex);
   mFilledChanged.wait(lock, [this] { return !mFilled.empty(); });
-  PcmBuffer* buffer = mFilled.front();
-  mFilled.pop_front();
-  return buffer;
+  return takeFront(mFilled, mFilledSpare);
 }
 
 size_t BufferQueue::size() {

@@ -15,7 +15,9 @@ namespace oru {
 // to one user at a time. Null entries are marks, not buffers: a pushed null ends the stream, a
 // released null wakes a producer blocked in obtainBuffer, which then returns null.
 //
-// The two lists have their own locks and no operation holds both. Any thread.
+// The two lists have their own locks and no operation holds both. Each keeps the nodes of the
+// entries taken from it for the next ones it is given, so that steady playback allocates
+// nothing. Any thread.
 class BufferQueue : public PcmBufferQueue {
  public:
   // Creates `count` buffers without storage, all in the pool.
@@ -39,13 +41,15 @@ class BufferQueue : public PcmBufferQueue {
   size_t size();
 
  private:
-  std::mutex mFilledMutex;  // guards mFilled
+  std::mutex mFilledMutex;  // guards mFilled and its spare nodes
   std::condition_variable mFilledChanged;
   std::list<PcmBuffer*> mFilled;
+  std::list<PcmBuffer*> mFilledSpare;
 
-  std::mutex mPoolMutex;  // guards mPool
+  std::mutex mPoolMutex;  // guards mPool and its spare nodes
   std::condition_variable mPoolChanged;
   std::list<PcmBuffer*> mPool;
+  std::list<PcmBuffer*> mPoolSpare;
 };
 
 }  // namespace oru
