@@ -22,15 +22,28 @@ constexpr int kChannels = 2;
 constexpr unsigned kFramesPerBuffer = 1152;  // one MP3 frame; other codecs are of this order
 constexpr unsigned kHeadroom = 4;
 
+// One buffer of stereo samples, the same for every benchmark.
+template <typename Sample>
+std::vector<Sample> bufferOf() {
+  std::vector<Sample> input(kFramesPerBuffer * kChannels);
+  for (size_t i = 0; i < input.size(); ++i) {
+    input[i] = static_cast<Sample>((i * 37) % 1000);
+  }
+  return input;
+}
+
+void report(benchmark::State& state, int64_t frames) {
+  state.SetItemsProcessed(frames);
+  state.counters["frames/s"] =
+      benchmark::Counter(static_cast<double>(frames), benchmark::Counter::kIsRate);
+}
+
 template <typename Sample>
 void resample(benchmark::State& state, AudioFormat format) {
   double const ppm = static_cast<double>(state.range(0));
   LinearResampler resampler(format, kChannels, 48000, kNsPerSecond);
   resampler.init(ppm, 0.0);
-  std::vector<Sample> input(kFramesPerBuffer * kChannels);
-  for (size_t i = 0; i < input.size(); ++i) {
-    input[i] = static_cast<Sample>((i * 37) % 1000);
-  }
+  std::vector<Sample> const input = bufferOf<Sample>();
   std::vector<Sample> output((kFramesPerBuffer + kHeadroom) * kChannels);
 
   int64_t frames = 0;
@@ -42,9 +55,7 @@ void resample(benchmark::State& state, AudioFormat format) {
     benchmark::ClobberMemory();
     frames += in;
   }
-  state.SetItemsProcessed(frames);
-  state.counters["frames/s"] =
-      benchmark::Counter(static_cast<double>(frames), benchmark::Counter::kIsRate);
+  report(state, frames);
 }
 
 // libswresample at the same rate in and out, told to absorb `ppm` of the output over each
@@ -62,10 +73,7 @@ void compensate(benchmark::State& state, AVSampleFormat format) {
     swr_free(&swr);
     return;
   }
-  std::vector<Sample> input(kFramesPerBuffer * kChannels);
-  for (size_t i = 0; i < input.size(); ++i) {
-    input[i] = static_cast<Sample>((i * 37) % 1000);
-  }
+  std::vector<Sample> const input = bufferOf<Sample>();
   std::vector<Sample> output((kFramesPerBuffer + 64) * kChannels);
   int64_t frames = 0;
   for (auto _ : state) {
@@ -76,9 +84,7 @@ void compensate(benchmark::State& state, AVSampleFormat format) {
     frames += kFramesPerBuffer;
   }
   swr_free(&swr);
-  state.SetItemsProcessed(frames);
-  state.counters["frames/s"] =
-      benchmark::Counter(static_cast<double>(frames), benchmark::Counter::kIsRate);
+  report(state, frames);
 }
 
 void ResampleS16(benchmark::State& state) { resample<int16_t>(state, PCM_S16); }

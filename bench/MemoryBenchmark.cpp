@@ -1,9 +1,10 @@
-// Memory over a long stream: an hour of 48 kHz stereo 16-bit audio, pulled through the data
-// callback and played by a real AudioPlayer into a device paced at 60 times real time (a minute
-// of wall time). Prints the resident memory every ten minutes of audio, and counts the heap
-// allocations that any thread makes from the end of the first minute of audio to the end: the
-// buffer pool should make them none per buffer.
+// Memory over a long stream: an hour of 48 kHz stereo float audio (oru-syncsim's ramp), pulled
+// through the data callback and played by a real AudioPlayer, converted to 16-bit, into a device
+// paced at 60 times real time (a minute of wall time). Prints the resident memory every ten minutes
+// of audio, and counts the heap allocations that any thread makes from the end of the first minute
+// of audio to the end: the buffer pool should make them none per buffer.
 #include "QuietListener.h"
+#include "RampSource.h"
 #include "Session.h"
 
 #include <oru/AudioPlayer.h>
@@ -15,10 +16,8 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <cmath>
 #include <condition_variable>
 #include <cstdio>
-#include <cstring>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -67,54 +66,9 @@ int posix_memalign(void** pointer, size_t alignment, size_t size) {
 
 namespace {
 
-constexpr int kRate = 48000;
-constexpr int kChannels = 2;
-constexpr int kFrameBytes = 2 * kChannels;
+constexpr int kRate = syncsim::RampSource::kRate;
 constexpr int64_t kFrames = int64_t{3600} * kRate;
 constexpr int kSpeedUp = 60;
-
-// An hour of a 440 Hz tone as a WAV stream, produced as it is read.
-class ToneSource {
- public:
-  static int read(void* opaque, uint8_t* buffer, int size) {
-    return static_cast<ToneSource*>(opaque)->fill(buffer, size);
-  }
-
- private:
-  int fill(uint8_t* buffer, int size) {
-    if (mOffset < 44) {
-      uint8_t header[44] = {'R', 'I', 'F', 'F', 0,  0, 0, 0, 'W', 'A', 'V',       'E',
-                            'f', 'm', 't', ' ', 16, 0, 0, 0, 1,   0,   kChannels, 0};
-      auto const put = [&](int at, uint32_t value) { std::memcpy(header + at, &value, 4); };
-      put(4, static_cast<uint32_t>(36 + kFrames * kFrameBytes));
-      put(24, kRate);
-      put(28, kRate * kFrameBytes);
-      header[32] = kFrameBytes;
-      header[34] = 16;
-      std::memcpy(header + 36, "data", 4);
-      put(40, static_cast<uint32_t>(kFrames * kFrameBytes));
-      int const count = std::min(size, static_cast<int>(44 - mOffset));
-      std::memcpy(buffer, header + mOffset, static_cast<size_t>(count));
-      mOffset += count;
-      return count;
-    }
-    int64_t const frame = (mOffset - 44) / kFrameBytes;
-    int64_t const frames = std::min<int64_t>(size / kFrameBytes, kFrames - frame);
-    if (frames <= 0) {
-      return oru::AudioPlayer::Resource::kEndOfData;
-    }
-    auto* samples = reinterpret_cast<int16_t*>(buffer);
-    for (int64_t i = 0; i < frames; ++i) {
-      auto const value =
-          static_cast<int16_t>(8000 * std::sin(2 * M_PI * 440 * (frame + i) / kRate));
-      samples[2 * i] = samples[2 * i + 1] = value;
-    }
-    mOffset += frames * kFrameBytes;
-    return static_cast<int>(frames * kFrameBytes);
-  }
-
-  int64_t mOffset = 0;
-};
 
 // Takes 16-bit stereo at 48 kHz, paced at 60 times real time.
 class FastDevice : public oru::PlaybackDelegate {
@@ -199,7 +153,7 @@ long residentKiB() {
 }  // namespace
 
 int main() {
-  ToneSource source;
+  syncsim::RampSource source(kFrames);
   FastDevice device;
   Listener listener;
   std::string ending;
@@ -211,7 +165,7 @@ int main() {
                             nullptr);
     listener.player = &player;
     oru::AudioPlayer::Resource resource;
-    resource.newDataCallback = &ToneSource::read;
+    resource.newDataCallback = &syncsim::RampSource::read;
     resource.callbackOpaque = &source;
     player.prepare(oru::AudioPlayer::REPLACE_ALL, resource, 0, -1, -1, oruplay::InputToken(0), 1);
 
