@@ -1,24 +1,15 @@
 #include <oru/host/DisciplinedClock.h>
 #include <oru/host/SystemClock.h>
 
-#include <time.h>
+#include "ClockReading.h"
 
 #include <utility>
 
 namespace oru::host {
-namespace {
 
-int64_t read(clockid_t clock) {
-  timespec now{};
-  clock_gettime(clock, &now);
-  return static_cast<int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
-}
+int64_t DisciplinedClock::realtimeNow() { return readClockNs(CLOCK_REALTIME); }
 
-}  // namespace
-
-int64_t DisciplinedClock::realtimeNow() { return read(CLOCK_REALTIME); }
-
-int64_t DisciplinedClock::taiNow() { return read(CLOCK_TAI); }
+int64_t DisciplinedClock::taiNow() { return readClockNs(CLOCK_TAI); }
 
 DisciplinedClock::DisciplinedClock(PlaybackDelegate& output, int rate, TimeSource commonNow,
                                    DriftEstimator::Settings const& settings)

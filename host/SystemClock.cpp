@@ -1,14 +1,10 @@
 #include <oru/host/SystemClock.h>
 
-#include <time.h>
+#include "ClockReading.h"
 
 namespace oru::host {
 
-int64_t SystemClock::localNow() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
-}
+int64_t SystemClock::localNow() { return readClockNs(CLOCK_MONOTONIC); }
 
 int SystemClock::commonToLocal(long long commonTime, long long* localTime) {
   *localTime = commonTime - mOffset;
