@@ -92,7 +92,7 @@ class Listener : public oruplay::QuietListener {
     mChanged.notify_all();
   }
 
-  std::mutex mMutex;  // guards the two flags
+  std::mutex mMutex;  // guards the flags below
   std::condition_variable mChanged;
   bool mEnded = false;
   bool mFailed = false;
