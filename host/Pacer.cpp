@@ -20,8 +20,10 @@ void Pacer::restartAt(int64_t localNs) {
 
 void Pacer::wait(int64_t frames) {
   mFrames += frames;
-  auto const due = mStart + std::chrono::microseconds(mFrames * 1000000 / mRate) - mLead;
-  std::this_thread::sleep_until(due);
+  auto const due = mStart + std::chrono::microseconds(mFrames * 1000000 / mRate);
+  if (due - std::chrono::steady_clock::now() > mLead) {
+    std::this_thread::sleep_until(due - mLead / 2);
+  }
 }
 
 int64_t Pacer::playedFrames() const {

@@ -5,9 +5,10 @@
 
 namespace oru::host {
 
-// Keeps a device that has no clock of its own (a file, nothing at all) at the real rate:
-// wait() blocks until the frames taken so far are due, less a lead of one period.
-// Called on the render thread only.
+// Keeps a device that has no clock of its own (a file, nothing at all) at the real rate, as a
+// sound card's buffer would: it holds up to `lead` of audio ahead of time, and a writer that
+// fills it waits until half of that has played. The writer is thus woken once per half lead,
+// however small its writes, rather than once per write. Called on the render thread only.
 class Pacer {
  public:
   explicit Pacer(int rate, std::chrono::milliseconds lead = std::chrono::milliseconds(100));
@@ -17,7 +18,8 @@ class Pacer {
   // Starts counting from the local time `localNs` (SystemClock::localNow's clock), which may
   // lie ahead: the first frame is then due at that time.
   void restartAt(int64_t localNs);
-  // Accounts `frames` more and waits until all but the lead of them are due.
+  // Accounts `frames` more. When more than the lead of what was accounted is not yet due,
+  // waits until only half the lead is.
   void wait(int64_t frames);
   // Frames due by now since the start, at most the frames accounted; 0 before it.
   int64_t playedFrames() const;
