@@ -3,12 +3,11 @@
 // paced at 60 times real time (a minute of wall time). Prints the resident memory every ten minutes
 // of audio, and counts the heap allocations that any thread makes from the end of the first minute
 // of audio to the end: the buffer pool should make them none per buffer.
-#include "QuietListener.h"
+#include "BenchDevice.h"
 #include "RampSource.h"
 #include "Session.h"
 
 #include <oru/AudioPlayer.h>
-#include <oru/host/Pacer.h>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -16,9 +15,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
-#include <mutex>
 #include <string>
 #include <thread>
 
@@ -67,71 +64,9 @@ int posix_memalign(void** pointer, size_t alignment, size_t size) {
 namespace {
 
 constexpr int kRate = syncsim::RampSource::kRate;
+static_assert(kRate == bench::BenchDevice::kRate, "the device plays the ramp at its own rate");
 constexpr int64_t kFrames = int64_t{3600} * kRate;
 constexpr int kSpeedUp = 60;
-
-// Takes 16-bit stereo at 48 kHz, paced at 60 times real time.
-class FastDevice : public oru::PlaybackDelegate {
- public:
-  int start(oru::AudioFormat, int) override { return 0; }
-  void stop(oru::StopBehavior) override {}
-  int write(long long, void const* data, unsigned* frames) override {
-    if (data == nullptr) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      return 0;
-    }
-    mPacer.wait(*frames);
-    mFrames += *frames;
-    ++mWrites;
-    return 0;
-  }
-  long long getPlayedFrames() override { return -1; }
-  oru::PlaybackCapabilities getPlaybackConfig() override {
-    oru::PlaybackCapabilities caps;
-    caps.supportedRates = &mRate;
-    caps.supportedRateCount = 1;
-    caps.defaultRate = kRate;
-    caps.preferredFormat = oru::PCM_S16;
-    caps.supportedFormats = &mFormat;
-    caps.supportedFormatCount = 1;
-    return caps;
-  }
-
-  std::atomic<int64_t> mFrames{0};
-  std::atomic<int64_t> mWrites{0};
-
- private:
-  uint32_t const mRate = kRate;
-  oru::AudioFormat const mFormat = oru::PCM_S16;
-  oru::host::Pacer mPacer{kRate * kSpeedUp};
-};
-
-class Listener : public oruplay::QuietListener {
- public:
-  oru::AudioPlayer* player = nullptr;
-  void trackReady(Token const& token, bool) override { player->play(token, 0); }
-  void playbackFinished(Token const&, unsigned) override { end("finished"); }
-  void playbackFailed(Token const&, oru::AudioPlayer::MediaError, std::string const& message,
-                      Token const&, oru::AudioPlayer::State, unsigned) override {
-    end("failed: " + message);
-  }
-  std::string waitUntilEnded() {
-    std::unique_lock<std::mutex> lock(mMutex);
-    mChanged.wait(lock, [this] { return !mEnd.empty(); });
-    return mEnd;
-  }
-
- private:
-  void end(std::string const& how) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    mEnd = how;
-    mChanged.notify_all();
-  }
-
-  std::mutex mMutex;  // guards mEnd
-  std::condition_variable mChanged;
-  std::string mEnd;
-};
 
 // Read with system calls only: fopen would allocate, and be counted.
 long residentKiB() {
@@ -154,9 +89,10 @@ long residentKiB() {
 
 int main() {
   syncsim::RampSource source(kFrames);
-  FastDevice device;
-  Listener listener;
-  std::string ending;
+  bench::Ending ending;
+  bench::BenchDevice device(kSpeedUp, ending);
+  bench::PlayWhenReady listener(ending);
+  std::string how;
   long baselineKiB = 0, peakKiB = 0;
   int64_t baselineWrites = 0, writes = 0;
   std::atomic<bool> ended{false};
@@ -193,14 +129,14 @@ int main() {
       peakKiB = std::max(peakKiB, residentKiB());
       writes = device.mWrites - baselineWrites;
     });
-    ending = listener.waitUntilEnded();
+    how = ending.wait();
     ended = true;
     watcher.join();
   }
   std::printf(
       "\nplayback %s; after the first minute: %lld heap allocations in %lld device writes, "
       "resident memory %+ld KiB (peak over the first minute's)\n",
-      ending.c_str(), static_cast<long long>(gAllocations.load()), static_cast<long long>(writes),
+      how.c_str(), static_cast<long long>(gAllocations.load()), static_cast<long long>(writes),
       peakKiB - baselineKiB);
-  return ending == "finished" ? 0 : 1;
+  return how == "finished" ? 0 : 1;
 }

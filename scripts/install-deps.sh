@@ -13,6 +13,8 @@ packages=(
   dpkg-dev nasm libgnutls28-dev zlib1g-dev xz-utils
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev
+  # real recordings that the pipeline benchmark encodes (bench/make-media.sh)
+  espeak-ng sound-theme-freedesktop
   # reference host components
   libasound2-dev alsa-utils
   # encoders that make the test fixtures

@@ -1,0 +1,254 @@
+// The whole playback path against the least any player must do. For each input it times, side
+// by side and interleaved:
+//  - the bare loop: FFmpeg alone demuxes, decodes and converts to 48 kHz 16-bit stereo with
+//    libswresample, into one reused buffer;
+//  - a real AudioPlayer playing the same file into a device that takes everything at once;
+//  - the same into a device paced at 8 times real time, over the first --paced-seconds of audio
+//    (compared with the bare loop over the same span).
+// Prints CPU time (all threads, getrusage) per second of audio, the median of --repetitions
+// runs, and the player's ratio to the bare loop, as a Markdown table.
+#include "BenchDevice.h"
+#include "Session.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libswresample/swresample.h>
+}
+
+#include <oru/AudioPlayer.h>
+#include <oru/host/Pacer.h>
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr int kRate = bench::BenchDevice::kRate;
+constexpr int kPacedSpeedUp = 8;
+
+// What one run cost, for the audio it produced.
+struct Cost {
+  double cpuSeconds = 0;
+  double wallSeconds = 0;
+  double audioSeconds = 0;
+  long contextSwitches = 0;  // voluntary and involuntary, all threads
+
+  double cpuPerAudioSecond() const { return cpuSeconds / audioSeconds; }
+  double wallPerAudioSecond() const { return wallSeconds / audioSeconds; }
+  double switchesPerAudioSecond() const { return contextSwitches / audioSeconds; }
+};
+
+// Measures the process from construction to finish(): every thread, those ended included.
+class CostMeter {
+ public:
+  CostMeter() : mUsage(usage()), mStart(std::chrono::steady_clock::now()) {}
+
+  Cost finish(int64_t frames) const {
+    rusage const end = usage();
+    Cost cost;
+    cost.cpuSeconds = seconds(end.ru_utime) + seconds(end.ru_stime) - seconds(mUsage.ru_utime) -
+                      seconds(mUsage.ru_stime);
+    cost.wallSeconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - mStart).count();
+    cost.audioSeconds = static_cast<double>(frames) / kRate;
+    cost.contextSwitches = end.ru_nvcsw + end.ru_nivcsw - mUsage.ru_nvcsw - mUsage.ru_nivcsw;
+    return cost;
+  }
+
+ private:
+  static rusage usage() {
+    rusage value{};
+    getrusage(RUSAGE_SELF, &value);
+    return value;
+  }
+  static double seconds(timeval const& time) { return time.tv_sec + time.tv_usec * 1e-6; }
+
+  rusage const mUsage;
+  std::chrono::steady_clock::time_point const mStart;
+};
+
+void check(int result, char const* what) {
+  if (result < 0) {
+    char text[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(result, text, sizeof text);
+    throw std::runtime_error(std::string(what) + ": " + text);
+  }
+}
+
+// The bare loop, over the first `frameLimit` frames of output. With a pacer, it waits after each
+// conversion as the paced device makes the player wait: what pacing alone costs.
+Cost bareLoop(std::string const& path, int64_t frameLimit, oru::host::Pacer* pacer = nullptr) {
+  CostMeter const meter;
+  AVFormatContext* format = nullptr;
+  check(avformat_open_input(&format, path.c_str(), nullptr, nullptr), "open");
+  check(avformat_find_stream_info(format, nullptr), "stream info");
+  AVCodec const* codec = nullptr;
+  int const stream = av_find_best_stream(format, AVMEDIA_TYPE_AUDIO, -1, -1, &codec, 0);
+  check(stream, "audio stream");
+  AVCodecContext* decoder = avcodec_alloc_context3(codec);
+  check(avcodec_parameters_to_context(decoder, format->streams[stream]->codecpar), "parameters");
+  check(avcodec_open2(decoder, codec, nullptr), "decoder");
+
+  SwrContext* converter = nullptr;
+  check(swr_alloc_set_opts2(&converter, &decoder->ch_layout, AV_SAMPLE_FMT_S16, kRate,
+                            &decoder->ch_layout, decoder->sample_fmt, decoder->sample_rate, 0,
+                            nullptr),
+        "converter");
+  check(swr_init(converter), "converter");
+
+  AVPacket* packet = av_packet_alloc();
+  AVFrame* frame = av_frame_alloc();
+  std::vector<uint8_t> output;
+  int64_t frames = 0;
+  auto convert = [&](AVFrame const* input) {
+    int const capacity = swr_get_out_samples(converter, input ? input->nb_samples : 0);
+    output.resize(std::max<size_t>(output.size(), static_cast<size_t>(capacity) * 4));
+    uint8_t* out[] = {output.data()};
+    int const converted =
+        swr_convert(converter, out, capacity,
+                    input ? const_cast<uint8_t const**>(input->extended_data) : nullptr,
+                    input ? input->nb_samples : 0);
+    check(converted, "convert");
+    frames += converted;
+    if (pacer != nullptr) {
+      pacer->wait(converted);
+    }
+  };
+  auto drain = [&] {
+    while (avcodec_receive_frame(decoder, frame) == 0) {
+      convert(frame);
+      av_frame_unref(frame);
+    }
+  };
+  while (frames < frameLimit && av_read_frame(format, packet) >= 0) {
+    if (packet->stream_index == stream) {
+      check(avcodec_send_packet(decoder, packet), "decode");
+      drain();
+    }
+    av_packet_unref(packet);
+  }
+  if (frames < frameLimit) {
+    avcodec_send_packet(decoder, nullptr);
+    drain();
+    convert(nullptr);
+  }
+
+  av_frame_free(&frame);
+  av_packet_free(&packet);
+  swr_free(&converter);
+  avcodec_free_context(&decoder);
+  avformat_close_input(&format);
+  return meter.finish(frames);
+}
+
+// A player playing `path` into a device at `speedUp` times real time (0: at once), to the end
+// or until the device has taken `frameLimit` frames; destruction is part of the run.
+Cost playerRun(std::string const& path, int speedUp, int64_t frameLimit) {
+  CostMeter const meter;
+  bench::Ending ending;
+  bench::BenchDevice device(speedUp, ending, frameLimit);
+  bench::PlayWhenReady listener(ending);
+  std::string how;
+  {
+    oru::AudioPlayer player(&listener, &device, nullptr, oru::AudioPlayer::TIMESTAMP_STREAM,
+                            nullptr);
+    listener.player = &player;
+    oru::AudioPlayer::Resource resource;
+    resource.uri = path;
+    player.prepare(oru::AudioPlayer::REPLACE_ALL, resource, 0, -1, -1, oruplay::InputToken(0), 1);
+    how = ending.wait();
+  }
+  if (how != "finished" && how != "limit") {
+    throw std::runtime_error(path + ": playback " + how);
+  }
+  return meter.finish(device.mFrames);
+}
+
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  size_t const middle = values.size() / 2;
+  return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+// The medians of one kind of run over the repetitions.
+struct Runs {
+  std::vector<Cost> costs;
+
+  double cpu() const { return pick(&Cost::cpuPerAudioSecond); }
+  double wall() const { return pick(&Cost::wallPerAudioSecond); }
+  double switches() const { return pick(&Cost::switchesPerAudioSecond); }
+
+ private:
+  double pick(double (Cost::*measure)() const) const {
+    std::vector<double> values;
+    for (Cost const& cost : costs) {
+      values.push_back((cost.*measure)());
+    }
+    return median(values);
+  }
+};
+
+std::string baseName(std::string const& path) { return path.substr(path.find_last_of('/') + 1); }
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  int repetitions = 5;
+  int pacedSeconds = 60;
+  std::vector<std::string> inputs;
+  for (int i = 1; i < argc; ++i) {
+    std::string const argument = argv[i];
+    if (argument == "--repetitions" && i + 1 < argc) {
+      repetitions = std::max(1, std::atoi(argv[++i]));
+    } else if (argument == "--paced-seconds" && i + 1 < argc) {
+      pacedSeconds = std::max(1, std::atoi(argv[++i]));
+    } else {
+      inputs.push_back(argument);
+    }
+  }
+  if (inputs.empty()) {
+    std::fprintf(stderr,
+                 "usage: pipeline_benchmark [--repetitions N] [--paced-seconds S] FILE...\n");
+    return 2;
+  }
+  av_log_set_level(AV_LOG_ERROR);
+  int64_t const pacedFrames = int64_t{pacedSeconds} * kRate;
+
+  std::printf(
+      "| input | bare loop: CPU ms per audio s | at once: CPU ms per audio s | CPU ratio | wall "
+      "ratio | switches per audio s | 8x: CPU ms per audio s | CPU ratio | bare loop paced "
+      "alike: CPU ratio | switches per audio s |\n"
+      "|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|\n");
+  try {
+    for (std::string const& input : inputs) {
+      Runs bare, atOnce, bareSpan, barePaced, paced;
+      for (int i = 0; i < repetitions; ++i) {
+        bare.costs.push_back(bareLoop(input, INT64_MAX));
+        atOnce.costs.push_back(playerRun(input, 0, INT64_MAX));
+        bareSpan.costs.push_back(bareLoop(input, pacedFrames));
+        oru::host::Pacer pacer(kRate * kPacedSpeedUp);
+        barePaced.costs.push_back(bareLoop(input, pacedFrames, &pacer));
+        paced.costs.push_back(playerRun(input, kPacedSpeedUp, pacedFrames));
+      }
+      std::printf("| %s | %.2f | %.2f | **%.3f** | %.2f | %.0f | %.2f | **%.3f** | %.3f | %.0f |\n",
+                  baseName(input).c_str(), bare.cpu() * 1e3, atOnce.cpu() * 1e3,
+                  atOnce.cpu() / bare.cpu(), atOnce.wall() / bare.wall(), atOnce.switches(),
+                  paced.cpu() * 1e3, paced.cpu() / bareSpan.cpu(), barePaced.cpu() / bareSpan.cpu(),
+                  paced.switches());
+      std::fflush(stdout);
+    }
+  } catch (std::exception const& error) {
+    std::fprintf(stderr, "pipeline_benchmark: %s\n", error.what());
+    return 1;
+  }
+  return 0;
+}
