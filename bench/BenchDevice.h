@@ -17,10 +17,11 @@
 
 namespace bench {
 
-// How a benchmark run ended: the first reason given wins. Any thread.
-class Ending {
+// A one-shot signal that carries a reason (how a run ended, that a track is ready): the first
+// reason given wins. Any thread.
+class Signal {
  public:
-  void end(std::string const& how) {
+  void raise(std::string const& how) {
     std::lock_guard<std::mutex> lock(mMutex);
     if (mHow.empty()) {
       mHow = how;
@@ -41,12 +42,13 @@ class Ending {
 
 // A device that takes 16-bit stereo at 48 kHz, either at once (speed-up 0) or paced at a
 // multiple of real time. It keeps nothing and counts what it took; once `frameLimit` frames
-// have been taken it ends the run. Called on the render thread; the counts are read by any.
+// have been taken it ends the run. It notes when it was first offered data and when it was
+// first stopped (steady clock, ns). Called on the render thread; the counts are read by any.
 class BenchDevice : public oru::PlaybackDelegate {
  public:
   static constexpr int kRate = 48000;
 
-  BenchDevice(int speedUp, Ending& ending, int64_t frameLimit = INT64_MAX)
+  BenchDevice(int speedUp, Signal& ending, int64_t frameLimit = INT64_MAX)
       : mEnding(ending), mFrameLimit(frameLimit) {
     if (speedUp > 0) {
       mPacer.emplace(kRate * speedUp);
@@ -59,7 +61,7 @@ class BenchDevice : public oru::PlaybackDelegate {
     }
     return 0;
   }
-  void stop(oru::StopBehavior) override {}
+  void stop(oru::StopBehavior) override { noteOnce(mFirstStopNs); }
   int write(long long, void const* data, unsigned* frames) override {
     if (data == nullptr) {
       // Starving: wait as a device would until it can take data, rather than let the render
@@ -67,12 +69,13 @@ class BenchDevice : public oru::PlaybackDelegate {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
       return 0;
     }
+    noteOnce(mFirstWriteNs);
     if (mPacer) {
       mPacer->wait(*frames);
     }
     ++mWrites;
     if ((mFrames += *frames) >= mFrameLimit) {
-      mEnding.end("limit");
+      mEnding.raise("limit");
     }
     return 0;
   }
@@ -88,34 +91,56 @@ class BenchDevice : public oru::PlaybackDelegate {
     return caps;
   }
 
+  static int64_t nowNs() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+  }
+
   std::atomic<int64_t> mFrames{0};
   std::atomic<int64_t> mWrites{0};
+  std::atomic<int64_t> mFirstWriteNs{0};
+  std::atomic<int64_t> mFirstStopNs{0};
 
  private:
-  Ending& mEnding;
+  static void noteOnce(std::atomic<int64_t>& time) {
+    if (time.load(std::memory_order_relaxed) == 0) {
+      time = nowNs();
+    }
+  }
+
+  Signal& mEnding;
   int64_t const mFrameLimit;
   uint32_t const mRate = kRate;
   oru::AudioFormat const mFormat = oru::PCM_S16;
   std::optional<oru::host::Pacer> mPacer;
 };
 
-// Plays the one track it is told of as soon as it is ready, and ends the run when it has
-// finished or failed. Called on the player's thread.
-class PlayWhenReady : public oruplay::QuietListener {
+// Raises `ready` when the one track it is told of is ready, and plays it then unless told not
+// to; ends the run when the track has finished or failed. Called on the player's thread.
+class TrackListener : public oruplay::QuietListener {
  public:
-  explicit PlayWhenReady(Ending& ending) : mEnding(ending) {}
+  explicit TrackListener(Signal& ending, bool playWhenReady = true)
+      : mEnding(ending), mPlayWhenReady(playWhenReady) {}
 
   oru::AudioPlayer* player = nullptr;
+  Signal ready;
 
-  void trackReady(Token const& token, bool) override { player->play(token, 0); }
-  void playbackFinished(Token const&, unsigned) override { mEnding.end("finished"); }
+  void trackReady(Token const& token, bool) override {
+    ready.raise("ready");
+    if (mPlayWhenReady) {
+      player->play(token, 0);
+    }
+  }
+  void playbackFinished(Token const&, unsigned) override { mEnding.raise("finished"); }
   void playbackFailed(Token const&, oru::AudioPlayer::MediaError, std::string const& message,
                       Token const&, oru::AudioPlayer::State, unsigned) override {
-    mEnding.end("failed: " + message);
+    mEnding.raise("failed: " + message);
   }
 
  private:
-  Ending& mEnding;
+  Signal& mEnding;
+  bool const mPlayWhenReady;
 };
 
 }  // namespace bench

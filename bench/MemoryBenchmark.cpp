@@ -89,9 +89,9 @@ long residentKiB() {
 
 int main() {
   syncsim::RampSource source(kFrames);
-  bench::Ending ending;
+  bench::Signal ending;
   bench::BenchDevice device(kSpeedUp, ending);
-  bench::PlayWhenReady listener(ending);
+  bench::TrackListener listener(ending);
   std::string how;
   long baselineKiB = 0, peakKiB = 0;
   int64_t baselineWrites = 0, writes = 0;

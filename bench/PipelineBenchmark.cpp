@@ -154,9 +154,9 @@ Cost bareLoop(std::string const& path, int64_t frameLimit, oru::host::Pacer* pac
 // or until the device has taken `frameLimit` frames; destruction is part of the run.
 Cost playerRun(std::string const& path, int speedUp, int64_t frameLimit) {
   CostMeter const meter;
-  bench::Ending ending;
+  bench::Signal ending;
   bench::BenchDevice device(speedUp, ending, frameLimit);
-  bench::PlayWhenReady listener(ending);
+  bench::TrackListener listener(ending);
   std::string how;
   {
     oru::AudioPlayer player(&listener, &device, nullptr, oru::AudioPlayer::TIMESTAMP_STREAM,
