@@ -103,6 +103,12 @@ struct Rig {
   void prepare(AudioPlayer::Resource const& resource) {
     player->prepare(AudioPlayer::REPLACE_ALL, resource, 0, -1, -1, oruplay::InputToken(0), 1);
   }
+  // Destroys the player; returns how long that took, in ns.
+  int64_t destroy() {
+    int64_t const start = BenchDevice::nowNs();
+    player.reset();
+    return BenchDevice::nowNs() - start;
+  }
   // Ends with the run: the device reached its limit, or the track finished or failed.
   void waitForDevice() {
     std::string const how = ending.wait();
@@ -216,9 +222,7 @@ int main(int argc, char** argv) {
         rig.prepare(fileResource(path));
         rig.waitForDevice();
         waitForPhase(run);
-        int64_t const start = BenchDevice::nowNs();
-        rig.player.reset();
-        return BenchDevice::nowNs() - start;
+        return rig.destroy();
       },
       repetitions);
   report(
@@ -231,9 +235,7 @@ int main(int argc, char** argv) {
         source.fill(resource);
         rig.prepare(resource);
         source.held.wait();
-        int64_t const start = BenchDevice::nowNs();
-        rig.player.reset();
-        return BenchDevice::nowNs() - start;
+        return rig.destroy();
       },
       repetitions);
   report(
@@ -246,9 +248,7 @@ int main(int argc, char** argv) {
         rig.prepare(resource);
         source.held.wait();
         waitForPhase(run);
-        int64_t const start = BenchDevice::nowNs();
-        rig.player.reset();
-        return BenchDevice::nowNs() - start;
+        return rig.destroy();
       },
       repetitions);
   return 0;
