@@ -19,6 +19,10 @@ constexpr char kTag[] = "AVDemuxer";
 constexpr int kCustomIOBufferSize = 8192;
 // Bounds how much must arrive before playback can begin.
 constexpr int kProbeSize = 65536;
+// FFmpeg keeps a seek index of every stream it reads, up to 1 MiB by default, growing with the
+// stream's length. The engine never seeks within a stream, so the index is kept small: memory
+// then stays flat over hours of radio.
+constexpr unsigned int kMaxIndexBytes = 16 * 1024;
 
 // A network input may take this long to open and find its stream, or to deliver its next
 // packet, before it counts as dead. Reconnections happen within it, so a dead server ends its track
@@ -62,6 +66,7 @@ bool AVDemuxer::open() {
   context->interrupt_callback.callback = &AVDemuxer::interruptCallback;
   context->interrupt_callback.opaque = this;
   context->probesize = kProbeSize;
+  context->max_index_size = kMaxIndexBytes;
 
   // A custom I/O context survives a failed open (FFmpeg frees only the format context).
   AVIOContext* customIO = nullptr;
