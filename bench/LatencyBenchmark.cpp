@@ -242,7 +242,9 @@ int main(int argc, char** argv) {
       "destruction while the data callback blocks",
       [&](int run) {
         Rig rig(1);
-        MemorySource source(data, 64 * 1024, std::chrono::milliseconds(0), 256 * 1024, -1);
+        // Blocks after 256 KiB, or half a shorter file.
+        MemorySource source(data, 64 * 1024, std::chrono::milliseconds(0),
+                            std::min<size_t>(256 * 1024, data.size() / 2), -1);
         AudioPlayer::Resource resource;
         source.fill(resource);
         rig.prepare(resource);
