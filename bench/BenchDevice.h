@@ -1,10 +1,12 @@
 // The benchmarks' output device and listener, shared by the pipeline and memory benchmarks.
 #pragma once
 
+#include "Capabilities.h"
 #include "QuietListener.h"
 
 #include <oru/AudioPlayer.h>
 #include <oru/host/Pacer.h>
+#include <oru/host/SystemClock.h>
 
 #include <atomic>
 #include <chrono>
@@ -81,21 +83,10 @@ class BenchDevice : public oru::PlaybackDelegate {
   }
   long long getPlayedFrames() override { return -1; }
   oru::PlaybackCapabilities getPlaybackConfig() override {
-    oru::PlaybackCapabilities caps;
-    caps.supportedRates = &mRate;
-    caps.supportedRateCount = 1;
-    caps.defaultRate = kRate;
-    caps.preferredFormat = oru::PCM_S16;
-    caps.supportedFormats = &mFormat;
-    caps.supportedFormatCount = 1;
-    return caps;
+    return oru::host::oneRateCapabilities(mRate, oru::PCM_S16, &mFormat, 1);
   }
 
-  static int64_t nowNs() {
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-  }
+  static int64_t nowNs() { return oru::host::SystemClock::localNow(); }
 
   std::atomic<int64_t> mFrames{0};
   std::atomic<int64_t> mWrites{0};

@@ -92,6 +92,18 @@ class MemorySource {
   bool mCancelledFlag = false;
 };
 
+AudioPlayer::Resource fileResource(std::string const& path) {
+  AudioPlayer::Resource resource;
+  resource.uri = path;
+  return resource;
+}
+
+// Spreads a command over the device's write cycle, which it would otherwise always meet at the
+// same point: 0 to 99 ms, different for each run.
+void waitForPhase(int run) {
+  std::this_thread::sleep_for(std::chrono::milliseconds(run * 37 % 100));
+}
+
 // One player, its device and listener, for one measured run.
 struct Rig {
   explicit Rig(int64_t frameLimit, bool playWhenReady = true)
@@ -102,6 +114,13 @@ struct Rig {
   }
   void prepare(AudioPlayer::Resource const& resource) {
     player->prepare(AudioPlayer::REPLACE_ALL, resource, 0, -1, -1, oruplay::InputToken(0), 1);
+  }
+  // Plays `path` until the device has taken its frame limit, then waits 0 to 99 ms (see
+  // waitForPhase).
+  void playUntilLimit(std::string const& path, int run) {
+    prepare(fileResource(path));
+    waitForDevice();
+    waitForPhase(run);
   }
   // Destroys the player; returns how long that took, in ns.
   int64_t destroy() {
@@ -132,20 +151,8 @@ int64_t waitUntilNoted(std::atomic<int64_t> const& time) {
   return time.load();
 }
 
-AudioPlayer::Resource fileResource(std::string const& path) {
-  AudioPlayer::Resource resource;
-  resource.uri = path;
-  return resource;
-}
-
 // Each measurement: one run (numbered from 0), returning the latency in ns.
 using Measurement = std::function<int64_t(int)>;
-
-// Spreads a command over the device's write cycle, which it would otherwise always meet at the
-// same point: 0 to 99 ms, different for each run.
-void waitForPhase(int run) {
-  std::this_thread::sleep_for(std::chrono::milliseconds(run * 37 % 100));
-}
 
 void report(char const* what, Measurement const& measure, int repetitions) {
   std::vector<double> ms;
@@ -207,9 +214,7 @@ int main(int argc, char** argv) {
       "`stop` while playing, to the device's stop",
       [&](int run) {
         Rig rig(kHalfSecond);
-        rig.prepare(fileResource(path));
-        rig.waitForDevice();
-        waitForPhase(run);
+        rig.playUntilLimit(path, run);
         int64_t const start = BenchDevice::nowNs();
         rig.player->stop(false);
         return waitUntilNoted(rig.device.mFirstStopNs) - start;
@@ -219,9 +224,7 @@ int main(int argc, char** argv) {
       "destruction while playing",
       [&](int run) {
         Rig rig(kHalfSecond);
-        rig.prepare(fileResource(path));
-        rig.waitForDevice();
-        waitForPhase(run);
+        rig.playUntilLimit(path, run);
         return rig.destroy();
       },
       repetitions);
