@@ -20,10 +20,10 @@ set(ORUPLAY_FFMPEG_PREFIX "" CACHE PATH "Prefix of an already built patched FFmp
 
 set(_oru_ffmpeg_prefix "${ORUPLAY_FFMPEG_PREFIX}")
 if(NOT _oru_ffmpeg_prefix)
-  # A change to the script or the patch makes a new build: configure again when they change.
+  # A change to the script or a patch makes a new build: configure again when they change.
+  file(GLOB _oru_ffmpeg_patches "${PROJECT_SOURCE_DIR}/third_party/ffmpeg/*.patch")
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
-    "${PROJECT_SOURCE_DIR}/third_party/ffmpeg/build.sh"
-    "${PROJECT_SOURCE_DIR}/third_party/ffmpeg/oru-version.patch")
+    "${PROJECT_SOURCE_DIR}/third_party/ffmpeg/build.sh" ${_oru_ffmpeg_patches})
   message(STATUS "Patched FFmpeg: making sure it is built (the first time takes a few minutes)")
   execute_process(
     COMMAND bash "${PROJECT_SOURCE_DIR}/third_party/ffmpeg/build.sh" "${ORUPLAY_FFMPEG_ROOT}"

@@ -28,8 +28,10 @@ constexpr unsigned int kMaxIndexBytes = 16 * 1024;
 // packet, before it counts as dead. Reconnections happen within it, so a dead server ends its track
 // in bounded time.
 constexpr std::chrono::seconds kNetworkDeadline{12};
-// A connection silent for this long is dropped; a stream then reconnects (a live radio
-// survives a short network loss) at most twice, after 0 and 1 s.
+// A connection silent for this long is dropped. The stream then reconnects, only to the bytes it
+// was missing (a live radio at its live point): a short network loss is bridged, and a server
+// answering with other bytes ends the data. Attempts wait 0, 1 and 2 s, and count until the
+// stream delivers bytes it had not delivered before.
 constexpr int kSocketTimeoutUs = 5000000;
 constexpr int kReconnectDelayMaxS = 2;
 
@@ -176,7 +178,7 @@ int AVDemuxer::openInput(AVFormatContext** context, char const* url, std::string
   if (mNetworkInput) {
     mWrapper->dictSetInt(&options, "timeout", kSocketTimeoutUs, 0);
     mWrapper->dictSetInt(&options, "reconnect", 1, 0);
-    mWrapper->dictSetInt(&options, "reconnect_streamed", 1, 0);
+    mWrapper->dictSetInt(&options, "resume_exact", 1, 0);
     mWrapper->dictSetInt(&options, "reconnect_delay_max", kReconnectDelayMaxS, 0);
   }
   int const result = mWrapper->formatOpenInput(context, url, format, &options);

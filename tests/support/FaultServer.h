@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <string>
 #include <thread>
 
@@ -28,8 +29,14 @@ class FaultServer {
     kTrickle,            // the body in small pieces
     kRedirect,           // /a answers 302 to /b, which serves the body
     kIcy,                // a radio stream with ICY titles, once; later requests get 404
+    // Each of these stalls at half of the body with its length announced, then answers a
+    // reconnection from there...
+    kStallThenWhole,       // ...with 200 and the whole body, ignoring the range
+    kStallThenWrongRange,  // ...with 206 from a quarter of the body
+    kStallThenResendHalf,  // ...as the first time, for ever
+    kLiveCloses,           // an ICY radio (no length) closing cleanly after each 40000 bytes; each
+                           // connection goes on at the live point; after the body, 404
   };
-
   FaultServer(std::string body, Mode mode) : mBody(std::move(body)), mMode(mode) {
     sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
     socklen_t length = sizeof address;
@@ -72,40 +79,72 @@ class FaultServer {
     std::string const path = request.size() > 4 ? request.substr(4, request.find(' ', 4) - 4) : "";
     bool const first = requests.entries().empty();
     requests.add(path + " " + std::to_string(from));
-    bool const cut =
-        mMode == kTruncated || mMode == kStallMidStream || (first && mMode == kResetOnce);
-    std::string body = mBody.substr(from, cut ? std::max(from, mBody.size() / 2) - from : -1);
-    std::string head =
-        "HTTP/1.1 206 Partial Content\r\nContent-Length: " + std::to_string(mBody.size() - from) +
-        "\r\nContent-Range: bytes " + std::to_string(from) + "-" +
-        std::to_string(mBody.size() - 1) + "/" + std::to_string(mBody.size()) + "\r\n\r\n";
-    if (mMode == kNotFound || (!first && mMode == kIcy)) {
-      head = "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n";
-      body.clear();
+    size_t const size = mBody.size();
+    size_t const half = size / 2;
+    // The bytes [start, end) of the body follow the head; a stall keeps the connection open.
+    size_t start = from;
+    size_t end = size;
+    std::string status = "206 Partial Content";
+    std::string headers;  // beyond the default Content-Length and Content-Range
+    bool stall = false;
+    bool const stallAtHalf = mMode >= kStallThenWhole && mMode <= kStallThenResendHalf;
+    if (mMode == kNotFound || (!first && mMode == kIcy) ||
+        (mMode == kLiveCloses && mLivePoint >= size)) {
+      status = "404 Not Found";
+      end = start;
     } else if (mMode == kRedirect && path == "/a") {
-      head = "HTTP/1.1 302 Found\r\nLocation: /b\r\nContent-Length: 0\r\n\r\n";
-      body.clear();
-    } else if (mMode == kStallMidStream && first) {
-      head = "HTTP/1.0 200 OK\r\n\r\n";
-    } else if (mMode == kIcy) {  // a title every 4 KiB, the first one "Song 1"
-      head = "HTTP/1.0 200 OK\r\nicy-metaint: 4096\r\n\r\n";
+      status = "302 Found";
+      headers = "Location: /b\r\n";
+      end = start;
+    } else if (mMode == kTruncated || (first && mMode == kResetOnce)) {
+      end = std::max(from, half);
+    } else if (mMode == kStallMidStream || mMode == kStallBeforeAnswer) {
+      stall = true;
+      end = first && mMode == kStallMidStream ? half : start;
+    } else if (stallAtHalf && (first || mMode == kStallThenResendHalf)) {
+      status = "200 OK";
+      start = 0;
+      end = half;
+      stall = true;
+    } else if (mMode == kStallThenWhole) {
+      status = "200 OK";
+      start = 0;
+    } else if (mMode == kStallThenWrongRange) {
+      start = size / 4;
+    } else if (mMode == kLiveCloses) {
+      start = mLivePoint;
+      end = mLivePoint = std::min(size, mLivePoint + 40000);
+    }
+    std::string body = mBody.substr(start, end - start);
+    bool const live = mMode == kIcy || mMode == kLiveCloses || (first && mMode == kStallMidStream);
+    if (live && status != "404 Not Found") {  // a title every 4 KiB: "Song 1", "Song 2"...
+      status = "200 OK";
+      headers = "icy-metaint: 4096\r\n";
       for (size_t at = 4096; at < body.size(); at += 4096 + 33) {
-        std::string const title = "StreamTitle='Song " + std::to_string(at / 4129 + 1) + "';";
+        std::string const title = "StreamTitle='Song " + std::to_string(++mSongs) + "';";
         body.insert(at, std::string(1, '\2') + title + std::string(32 - title.size(), '\0'));
       }
+    } else if (status[0] == '2') {
+      headers += "Content-Length: " + std::to_string(size - start) + "\r\n";
+    } else {
+      headers += "Content-Length: 0\r\n";
     }
-    bool const stall = mMode == kStallBeforeAnswer || (mMode == kStallMidStream && !first);
-    if (mMode != kCloseEarly && !stall) {
-      send(connection, head + (mMode == kTrickle ? "" : body));
+    if (status[1] == '0' && status[2] == '6') {
+      headers += "Content-Range: bytes " + std::to_string(start) + "-" + std::to_string(size - 1) +
+                 "/" + std::to_string(size) + "\r\n";
+    }
+    if (mMode != kCloseEarly && !(stall && end == start)) {
+      send(connection, "HTTP/1." + std::string(live ? "0 " : "1 ") + status + "\r\n" + headers +
+                           "\r\n" + (mMode == kTrickle ? "" : body));
       for (size_t at = 0; mMode == kTrickle && at < body.size() && mStopping.entries().empty();
            at += 4096) {
         send(connection, body.substr(at, 4096));
         std::this_thread::sleep_for(std::chrono::milliseconds(10));  // the fault itself
       }
     }
-    if (mMode == kStallMidStream || mMode == kStallBeforeAnswer) {
+    if (stall) {
       mStopping.waitUntil([](auto const& all) { return !all.empty(); }, std::chrono::minutes(1));
-    } else if (cut && mMode == kResetOnce) {
+    } else if (first && mMode == kResetOnce) {
       linger const reset{1, 0};
       setsockopt(connection, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
     }
@@ -121,6 +160,9 @@ class FaultServer {
   int const mListener = socket(AF_INET, SOCK_STREAM, 0);
   int mPort = 0;
   Signal mStopping;
+  // Live connections follow each other; atomic, since only the network orders them.
+  std::atomic<size_t> mLivePoint = 0;
+  std::atomic<int> mSongs = 0;
   std::thread mAcceptor;
   // Touched by the acceptor only, until it has ended.
   std::vector<int> mConnections;

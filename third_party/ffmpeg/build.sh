@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# Builds the engine's own FFmpeg: Debian's ffmpeg source package with oru-version.patch
-# applied, trimmed to the protocols, demuxers, decoders and parsers the engine uses, as
-# shared libraries with the build suffix "_oru" (so that they can never be confused with a
-# stock FFmpeg installed on the same machine).
+# Builds the engine's own FFmpeg: Debian's ffmpeg source package with the patches of this folder
+# applied (oru-version.patch: the player protocol option; http-resume.patch: reconnections that
+# continue a stream exactly or end it, when the http option "resume_exact" asks for them),
+# trimmed to the protocols, demuxers, decoders and parsers the engine uses, as shared libraries
+# with the build suffix "_oru" (so that they can never be confused with a stock FFmpeg installed
+# on the same machine).
 #
 #   build.sh ROOT      builds into ROOT/ffmpeg-<source version>-<hash> unless that prefix is
 #                      already complete, and prints the prefix as the last line of stdout.
@@ -11,7 +13,7 @@
 #                      Debian's arm-linux-gnueabihf toolchain, against the target libraries in
 #                      SYSROOT (scripts/make-sysroot.sh). Give each architecture its own ROOT.
 #
-# The hash covers this script, the patch and the architecture, so a change to either, or a new
+# The hash covers this script, the patches and the architecture, so a change to any, or a new
 # Debian source version, makes a new prefix; an unchanged one is reused without building.
 set -euo pipefail
 
@@ -51,7 +53,7 @@ ensure_deb_src() {
 ensure_deb_src
 version=$(apt-cache showsrc ffmpeg | awk '/^Version:/ { print $2 }' | sort -V | tail -n 1)
 [ -n "$version" ] || { echo "ffmpeg: no source version of ffmpeg is known to apt" >&2; exit 1; }
-hash=$( (cat "$here/build.sh" "$here/oru-version.patch"; echo "$arch") | sha256sum | cut -c1-12)
+hash=$( (cat "$here/build.sh" "$here"/*.patch; echo "$arch") | sha256sum | cut -c1-12)
 prefix="$root/ffmpeg-${version#*:}-$hash"
 
 if [ -f "$prefix/.complete" ]; then
@@ -68,7 +70,9 @@ src=$(find "$work" -maxdepth 1 -mindepth 1 -type d -name 'ffmpeg-*' | head -n 1)
 [ -n "$src" ] || { echo "ffmpeg: apt-get source left no source tree" >&2; exit 1; }
 
 echo "ffmpeg: patching and configuring" >&2
-(cd "$src" && patch -p1 --forward --quiet <"$here/oru-version.patch" >&2)
+for patch in "$here"/*.patch; do
+  (cd "$src" && patch -p1 --forward --quiet <"$patch" >&2)
+done
 
 # HLS radio: playlists over HTTP(S), segments in MPEG-TS, ADTS or fragmented MP4, optionally
 # AES-128 encrypted (crypto).
