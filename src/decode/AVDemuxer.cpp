@@ -114,8 +114,10 @@ bool AVDemuxer::open() {
     return false;
   }
   AVInputFormat const* format = mFormatContext->iformat;
-  if (format->mime_type != nullptr && std::string(format->mime_type) == "audio/L16") {
-    // Raw PCM: do not read ahead looking for a first time stamp.
+  if (mNetworkInput ||
+      (format->mime_type != nullptr && std::string(format->mime_type) == "audio/L16")) {
+    // Raw PCM, and streams that arrive at their real rate: do not read ahead looking for a
+    // first time stamp. A radio's first seconds would otherwise be waited for before it starts.
     mFormatContext->max_ts_probe = 1;
   }
 
