@@ -293,13 +293,14 @@ void AVDemuxer::armDeadline() {
   }
 }
 
-bool AVDemuxer::pastDeadline() const {
+bool AVDemuxer::pastDeadline() {
   // FFmpeg asks at every read, also of local files, which have no deadline to look up.
-  return mNetworkInput && std::chrono::steady_clock::now() > mDeadline;
+  mTimedOut = mTimedOut || (mNetworkInput && std::chrono::steady_clock::now() > mDeadline);
+  return mTimedOut;
 }
 
 int AVDemuxer::explain(int result) const {
-  return result == AVERROR_EXIT && mRunning && pastDeadline() ? AVERROR(ETIMEDOUT) : result;
+  return result == AVERROR_EXIT && mRunning && mTimedOut ? AVERROR(ETIMEDOUT) : result;
 }
 
 int AVDemuxer::readCallback(void* opaque, uint8_t* buffer, int size) {
@@ -314,7 +315,7 @@ int AVDemuxer::readCallback(void* opaque, uint8_t* buffer, int size) {
 }
 
 int AVDemuxer::interruptCallback(void* opaque) {
-  auto const* demuxer = static_cast<AVDemuxer*>(opaque);
+  auto* demuxer = static_cast<AVDemuxer*>(opaque);
   return !demuxer->mRunning.load() || demuxer->pastDeadline() ? 1 : 0;
 }
 

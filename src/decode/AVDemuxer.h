@@ -72,7 +72,9 @@ class AVDemuxer {
                     AVDictionary const* dictionary) const;
   // Starts the time a network open or read may take; no limit for other inputs.
   void armDeadline();
-  bool pastDeadline() const;
+  // True from the first time the deadline was found past: FFmpeg may report the interruption
+  // only at a later read, as a sticky error of its input.
+  bool pastDeadline();
   // The error an FFmpeg result stands for: an interruption past the deadline is a time-out.
   int explain(int result) const;
   // Reads the host's data callback; its data ends at a stop, or when it gives no bytes.
@@ -89,6 +91,7 @@ class AVDemuxer {
   std::atomic<bool> const& mRunning;
   bool mNetworkInput = false;
   std::chrono::steady_clock::time_point mDeadline;  // network inputs only
+  bool mTimedOut = false;
 };
 
 }  // namespace oru
