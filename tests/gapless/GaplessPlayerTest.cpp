@@ -1,4 +1,5 @@
-// Logical tracks over physical streams: prepare's list rules, state events, event translation.
+// Logical tracks over physical streams: prepare's list rules, state events, event translation,
+// and real playback of an album in one file, as the host hears each of its tracks.
 #include <oru/GaplessPlayer.h>
 
 #include "Fixtures.h"
@@ -38,9 +39,8 @@ class GaplessPlayerTest : public ::testing::Test {
  protected:
   void prepare(char const* trackId, AudioPlayer::PlayBehavior behavior, char const* token,
                char const* file = "album.flac", unsigned startMs = 0) {
-    AudioPlayer::Resource resource;
-    resource.uri = test::fixture(file);
-    player->prepare(trackId, behavior, resource, startMs, -1, -1, NamedToken(token), 1);
+    AudioPlayer::Resource const resource{test::fixture(file), ""};
+    player->prepare(trackId, behavior, resource, startMs, -1, intervalMs, NamedToken(token), 1);
   }
   void state(int type, std::string const& trackId, int64_t offsetMs) {
     player->onGaplessInfoEvent({type, test::fixture("album.flac"), trackId, offsetMs});
@@ -49,6 +49,7 @@ class GaplessPlayerTest : public ::testing::Test {
     return player->getCurrentLogicalTrackFromLogicalToken(NamedToken(token));
   }
   PhysicalToken album() const { return PhysicalToken(test::fixture("album.flac")); }
+  int intervalMs = -1;  // the progress report interval of the tracks prepared
   test::RecordingLogger logger;
   test::ScriptedDevice device;
   // Owned by the player, which must delete them: the sanitizer builds report a leak otherwise.
@@ -117,12 +118,46 @@ TEST_F(GaplessPlayerTest, ReplaceAllAndEnqueue_KeepOneEntryPerTrackBehindTheHead
   EXPECT_EQ(logger.count("handlePrepare behavior: "), 3) << "REPLACE_ALL always prepares";
 }
 
+TEST_F(GaplessPlayerTest, AlbumInOneFile_EachLogicalTrackStartsAndFinishesOnItsOwn) {
+  intervalMs = 100;
+  prepare("1", AudioPlayer::REPLACE_ALL, "t1");
+  ASSERT_TRUE(events->waitFor("trackReady t1 false"));
+  state(State::TRACK_END, "1", 1000);
+  state(State::TRACK_START, "3", 2000);  // before its track
+  prepare("2", AudioPlayer::ENQUEUE, "t2");
+  prepare("3", AudioPlayer::ENQUEUE, "t3");
+  state(State::TRACK_START, "2", 1000);
+  state(State::TRACK_END, "2", 2000);
+  // An instant device must not run ahead before the start is reported, as no real one can.
+  device.holdWritesAfter(0);
+  player->play(NamedToken("t1"), 0);
+  ASSERT_TRUE(events->waitFor("playbackStarted t1"));
+  device.releaseWrites();
+
+  ASSERT_TRUE(events->waitFor("playbackFinished t3"));
+  EXPECT_EQ(events->startingWith("trackReady"), Events{"trackReady t1 false"});
+  Events heard = events->startingWith("playback");
+  // The last track ends with its stream: the stream's end less the track's start.
+  EXPECT_NEAR(std::stoi(heard.back().substr(20)), 1000, 20) << heard.back();
+  heard.back() = "playbackFinished t3";
+  EXPECT_EQ(
+      heard,
+      (Events{"playbackStarted t1 0", "playbackNearlyFinished t1 0", "playbackFinished t1 1000",
+              "playbackStarted t2 0", "playbackNearlyFinished t2 0", "playbackFinished t2 1000",
+              "playbackStarted t3 0", "playbackNearlyFinished t3 0", "playbackFinished t3"}));
+  Events const t2Progress = events->startingWith("progressReportIntervalElapsed t2 ");
+  EXPECT_FALSE(t2Progress.empty());
+  for (std::string const& event : t2Progress) {
+    EXPECT_LE(std::stoul(event.substr(33)), 1000u) << "in the logical track's own time";
+  }
+  EXPECT_NEAR(device.writtenFrames(), 3 * 48000, 40) << "one stream, decoded once";
+}
+
 TEST(GaplessForeignTokenTest, InheritedPrepareAndANullTokenDelegate_AreHarmless) {
   test::ScriptedDevice device;
   auto* events = new test::RecordingPlayerListener;  // owned by the player
   GaplessPlayer player(events, &device, nullptr, nullptr, AudioPlayer::TIMESTAMP_STREAM, nullptr);
-  AudioPlayer::Resource resource;
-  resource.uri = test::fixture("tone.flac");
+  AudioPlayer::Resource const resource{test::fixture("tone.flac"), ""};
   player.prepare("1", AudioPlayer::REPLACE_ALL, resource, 0, -1, -1, NamedToken("a"), 1);
   ASSERT_TRUE(events->waitFor("trackReady a"));
   AudioPlayer& base = player;  // through the inherited prepare, the host's own token

@@ -1,5 +1,6 @@
 // The reference outputs as a host uses them: the WAV files they write, and ALSA without a
 // sound card, through its file plugin.
+#include "Fixtures.h"
 #include "ScriptedTrack.h"
 
 #include <oru/host/AlsaOutput.h>
@@ -12,8 +13,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 
 using namespace oru;
 using test::Ramp;
@@ -21,10 +20,9 @@ using test::Ramp;
 namespace {
 
 std::vector<uint8_t> readFile(std::string const& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  std::string const bytes = test::readText(path);
   std::remove(path.c_str());
-  return bytes;
+  return {bytes.begin(), bytes.end()};
 }
 
 // Plays `frames` of `ramp` from a format's start, in writes of odd sizes, then drains.

@@ -7,7 +7,6 @@
 #include "common/Time.h"
 #include "decode/AudioTrack.h"
 #include "decode/FFmpeg.h"
-#include "player/AudioPlayerImpl.h"
 
 #include <gtest/gtest.h>
 
@@ -78,8 +77,7 @@ TEST(AudioPlayerModeTest, StopAndPlayAgain_ReportStoppedStartedPausedResumedThen
                     AudioPlayer::TIMESTAMP_COMMON}) {
     test::PlayerHarness harness(mode);
     harness.device.holdWritesAfter(3);
-    AudioPlayer::Resource tone;
-    tone.uri = test::fixture("tone.flac");
+    AudioPlayer::Resource const tone{test::fixture("tone.flac"), ""};
     harness.player.prepare(AudioPlayer::REPLACE_ALL, tone, 500, -1, -1, test::NamedToken("a"), 1);
     harness.play("a", 5 * kNsPerSecond);
     ASSERT_TRUE(harness.device.waitUntilHolding());
@@ -159,8 +157,7 @@ TEST(AudioPlayerConfigTest, UnusableCapabilitiesOrVersion_FailEveryPrepare) {
     test::RecordingPlayerListener listener;
     AudioPlayer player(&listener, &device, nullptr, AudioPlayer::TIMESTAMP_STREAM, nullptr);
     rates[1] = 0;  // the player keeps a copy of what it was told
-    AudioPlayer::Resource resource;
-    player.prepare(AudioPlayer::REPLACE_ALL, resource, 0, -1, -1, test::NamedToken("t"), c.version);
+    player.prepare(AudioPlayer::REPLACE_ALL, {}, 0, -1, -1, test::NamedToken("t"), c.version);
     ASSERT_TRUE(listener.waitFor(c.failure ? "playbackFailed" : "trackReady"));
     EXPECT_EQ(listener.entries()[0], c.failure
                                          ? "playbackFailed t 4 " + std::string(c.failure) + " t 2 0"

@@ -26,8 +26,7 @@ TEST(PlayerWavOutputTest, ThreeCodecsBackToBack_InOrderAndEqualToTheReferenceDec
     host::WavFileOutput output(path);
     AudioPlayer player(&listener, &output, nullptr, AudioPlayer::TIMESTAMP_STREAM, nullptr);
     auto prepare = [&](int index, AudioPlayer::PlayBehavior behavior) {
-      AudioPlayer::Resource resource;
-      resource.uri = files[index];
+      AudioPlayer::Resource const resource{files[index], ""};
       player.prepare(behavior, resource, 0, -1, -1, test::NamedToken(std::to_string(index)), 1);
     };
     listener.hook = [&](std::string const& event) {

@@ -22,12 +22,8 @@ TEST(LibavResamplerTest, RateAndFormat_AreKeptWhenSupportedElseTheBestOtherChoic
       {{}, 32000, 44100, 32000, {PCM_S16}, -1, PCM_S16, PCM_S16},
       {{0, 24000, 12000, 8000}, 44100, 48000, 24000, {PCM_S16}, -1, PCM_S16, PCM_S16}};
   for (auto const& c : cases) {
-    PlaybackConfig config;  // borrowed by the converter
-    config.supportedRates = c.rates;
-    config.defaultRate = c.defaultRate;
-    config.supportedFormats = c.formats;
-    config.preferredFormat = c.preferred;
-    LibavResampler resampler(std::make_shared<AVWrapper>(), config);
+    PlaybackConfig const config{c.rates, c.defaultRate, c.preferred, c.formats};
+    LibavResampler resampler(std::make_shared<AVWrapper>(), config);  // borrows the config
     EXPECT_EQ(resampler.getCompatibleRate(c.stream), c.rate) << c.stream;
     EXPECT_EQ(resampler.getCompatibleFormat(static_cast<AudioFormat>(c.streamFormat)), c.format);
   }

@@ -15,8 +15,7 @@ using test::Ramp;
 namespace {
 
 struct Result {
-  unsigned consumed;
-  unsigned produced;
+  unsigned consumed, produced;
   std::vector<uint8_t> bytes;
 };
 

@@ -35,10 +35,8 @@ struct PlayerHarness {
   void prepare(std::string const& file, char const* token,
                AudioPlayer::PlayBehavior behavior = AudioPlayer::REPLACE_ALL,
                std::string const& mimeType = "", int delayMs = -1, int intervalMs = -1) {
-    AudioPlayer::Resource resource;
-    resource.uri = file.rfind("http://", 0) == 0 ? file : fixture(file);
-    resource.mimeType = mimeType;
-    prepare(resource, token, behavior, delayMs, intervalMs);
+    std::string const uri = file.rfind("http://", 0) == 0 ? file : fixture(file);
+    prepare(AudioPlayer::Resource{uri, mimeType}, token, behavior, delayMs, intervalMs);
   }
   void prepare(AudioPlayer::Resource const& resource, char const* token,
                AudioPlayer::PlayBehavior behavior = AudioPlayer::REPLACE_ALL, int delayMs = -1,

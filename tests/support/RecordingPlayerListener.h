@@ -53,37 +53,29 @@ struct RecordingPlayerListener : AudioPlayer::EventListener, Recorder<std::strin
   }
 
   using T = AudioPlayer::Token;
-  void trackReady(T const& t, bool afterFailure) override { record("trackReady", t, afterFailure); }
-  void playbackStarted(T const& t, unsigned ms) override { record("playbackStarted", t, ms); }
-  void playbackNearlyFinished(T const& t, unsigned ms) override {
-    record("playbackNearlyFinished", t, ms);
-  }
-  void progressReportDelayElapsed(T const& t, unsigned ms) override {
-    record("progressReportDelayElapsed", t, ms);
-  }
-  void progressReportIntervalElapsed(T const& t, unsigned ms) override {
-    record("progressReportIntervalElapsed", t, ms);
-  }
-  void playbackStutterStarted(T const& t, unsigned ms) override {
-    record("playbackStutterStarted", t, ms);
-  }
+  void trackReady(T const& t, bool afterFailure) override { record(__func__, t, afterFailure); }
+  void playbackStarted(T const& t, unsigned ms) override { record(__func__, t, ms); }
+  void playbackNearlyFinished(T const& t, unsigned ms) override { record(__func__, t, ms); }
+  void progressReportDelayElapsed(T const& t, unsigned ms) override { record(__func__, t, ms); }
+  void progressReportIntervalElapsed(T const& t, unsigned ms) override { record(__func__, t, ms); }
+  void playbackStutterStarted(T const& t, unsigned ms) override { record(__func__, t, ms); }
   void playbackStutterFinished(T const& t, unsigned ms, unsigned stutter) override {
-    record("playbackStutterFinished", t, ms, stutter);
+    record(__func__, t, ms, stutter);
   }
-  void playbackFinished(T const& t, unsigned ms) override { record("playbackFinished", t, ms); }
+  void playbackFinished(T const& t, unsigned ms) override { record(__func__, t, ms); }
   void playbackFailed(T const& t, AudioPlayer::MediaError error, std::string const& message,
                       T const& current, AudioPlayer::State state, unsigned ms) override {
-    record("playbackFailed", t, error, message, current, state, ms);
+    record(__func__, t, error, message, current, state, ms);
   }
-  void playbackStopped(T const& t, unsigned ms) override { record("playbackStopped", t, ms); }
-  void playbackPaused(T const& t, unsigned ms) override { record("playbackPaused", t, ms); }
-  void playbackResumed(T const& t, unsigned ms) override { record("playbackResumed", t, ms); }
-  void playbackQueueCleared() override { record("playbackQueueCleared"); }
+  void playbackStopped(T const& t, unsigned ms) override { record(__func__, t, ms); }
+  void playbackPaused(T const& t, unsigned ms) override { record(__func__, t, ms); }
+  void playbackResumed(T const& t, unsigned ms) override { record(__func__, t, ms); }
+  void playbackQueueCleared() override { record(__func__); }
   void streamMetadataExtracted(T const& t, std::string const& text) override {
-    record("streamMetadataExtracted", t, text);
+    record(__func__, t, text);
   }
   void progressReportIntervalUpdated(T const& t, unsigned ms, AudioPlayer::State state) override {
-    record("progressReportIntervalUpdated", t, ms, state);
+    record(__func__, t, ms, state);
   }
 
  private:

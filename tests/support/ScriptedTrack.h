@@ -32,27 +32,6 @@ struct Ramp {
     }
     return bytes;
   }
-  // Fills `buffer` (whose storage must be large enough) with frames [first, first + count).
-  void fill(PcmBuffer& buffer, int64_t first, unsigned count, int64_t pts) const {
-    std::vector<uint8_t> const bytes = frames(first, count);
-    std::copy(bytes.begin(), bytes.end(), buffer.data);
-    buffer.size = static_cast<uint32_t>(bytes.size());
-    buffer.pts = pts;
-    buffer.duration = framesToNs(count, rate);
-    buffer.format = format;
-    buffer.channels = channels;
-    buffer.rate = rate;
-  }
-  // The frame index that `bytes` start with.
-  int64_t firstFrameOf(uint8_t const* bytes) const {
-    int16_t s16 = 0;
-    int32_t s32 = 0;
-    float f32 = 0;
-    void* const samples[] = {&s16, &s32, &f32};
-    std::memcpy(samples[format], bytes, bytesPerSample(format));
-    int64_t const values[] = {s16, s32, static_cast<int64_t>(f32)};
-    return values[format] / channels;
-  }
 };
 
 // An AudioTrack that answers getNextBuffer from a script and records what the renderer did
@@ -69,9 +48,16 @@ class ScriptedTrack : public AudioTrack {
               int64_t pts = 0) {
     std::unique_ptr<PcmBuffer> buffer;
     if (count > 0) {
+      std::vector<uint8_t> const bytes = ramp.frames(first, count);
       buffer = std::make_unique<PcmBuffer>();
-      buffer->data = new uint8_t[size_t{count} * ramp.frameBytes()];
-      ramp.fill(*buffer, first, count, pts);
+      buffer->data = new uint8_t[bytes.size()];
+      std::copy(bytes.begin(), bytes.end(), buffer->data);
+      buffer->size = static_cast<uint32_t>(bytes.size());
+      buffer->pts = pts;
+      buffer->duration = framesToNs(count, ramp.rate);
+      buffer->format = ramp.format;
+      buffer->channels = ramp.channels;
+      buffer->rate = ramp.rate;
     }
     std::lock_guard<std::mutex> lock(mMutex);
     mScript.emplace_back(code, std::move(buffer));
