@@ -1,15 +1,19 @@
 // How long the host waits for what it asks, on a local file played through a device paced at
 // real time: prepare to the first device write, play of a prebuffered track to the first write,
 // stop to the device's stop, and the player's destruction while playing, while prebuffering
-// (from a slow data callback) and while a data callback blocks. Prints the median and the
-// maximum of --repetitions runs of each as a Markdown table.
+// (from a slow data callback) and while a data callback blocks. Then, for each --radio FILE,
+// prepare to the first device write of that file served over HTTP as a radio serves it: at its
+// own byte rate, without and with a burst on connect. Prints the median and the maximum of
+// --repetitions runs of each as a Markdown table.
 #include "BenchDevice.h"
+#include "PacedServer.h"
 #include "Session.h"
 
 #include <oru/AudioPlayer.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -151,6 +155,25 @@ int64_t waitUntilNoted(std::atomic<int64_t> const& time) {
   return time.load();
 }
 
+// The average byte rate of a file: its size over its duration, which playing it as fast as it
+// decodes gives.
+double bytesPerSecond(std::string const& path, size_t size) {
+  bench::Signal ending;
+  BenchDevice device(0, ending);
+  bench::TrackListener listener(ending);
+  AudioPlayer player(&listener, &device, nullptr, AudioPlayer::TIMESTAMP_STREAM, nullptr);
+  listener.player = &player;
+  player.prepare(AudioPlayer::REPLACE_ALL, fileResource(path), 0, -1, -1, oruplay::InputToken(0),
+                 1);
+  ending.wait();
+  return static_cast<double>(size) * BenchDevice::kRate / static_cast<double>(device.mFrames);
+}
+
+std::vector<uint8_t> readFile(std::string const& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
 // Each measurement: one run (numbered from 0), returning the latency in ns.
 using Measurement = std::function<int64_t(int)>;
 
@@ -169,19 +192,21 @@ void report(char const* what, Measurement const& measure, int repetitions) {
 int main(int argc, char** argv) {
   int repetitions = 20;
   std::string path;
+  std::vector<std::string> radios;
   for (int i = 1; i < argc; ++i) {
     std::string const argument = argv[i];
     if (argument == "--repetitions" && i + 1 < argc) {
       repetitions = std::max(1, std::atoi(argv[++i]));
+    } else if (argument == "--radio" && i + 1 < argc) {
+      radios.push_back(argv[++i]);
     } else {
       path = argument;
     }
   }
-  std::ifstream file(path, std::ios::binary);
-  std::vector<uint8_t> const data((std::istreambuf_iterator<char>(file)),
-                                  std::istreambuf_iterator<char>());
+  std::vector<uint8_t> const data = readFile(path);
   if (data.empty()) {
-    std::fprintf(stderr, "usage: latency_benchmark [--repetitions N] FILE.flac\n");
+    std::fprintf(stderr,
+                 "usage: latency_benchmark [--repetitions N] FILE.flac [--radio FILE]...\n");
     return 2;
   }
 
@@ -256,5 +281,28 @@ int main(int argc, char** argv) {
         return rig.destroy();
       },
       repetitions);
+  for (std::string const& radio : radios) {
+    std::vector<uint8_t> const bytes = readFile(radio);
+    double const rate = bytesPerSecond(radio, bytes.size());
+    std::string const name = radio.substr(radio.find_last_of('/') + 1);
+    for (size_t burst : {size_t{0}, size_t{64 * 1024}}) {
+      bench::PacedServer server(std::string(bytes.begin(), bytes.end()), rate, burst);
+      std::string const what =
+          "`prepare` of " + name + " over HTTP at " + std::to_string(std::lround(rate * 8 / 1000)) +
+          " kbit/s" + (burst > 0 ? " after a 64 KiB burst" : "") + ", to the first device write";
+      report(
+          what.c_str(),
+          [&](int) {
+            Rig rig(1);
+            AudioPlayer::Resource resource;
+            resource.uri = server.url(name);
+            int64_t const start = BenchDevice::nowNs();
+            rig.prepare(resource);
+            rig.waitForDevice();
+            return rig.device.mFirstWriteNs - start;
+          },
+          repetitions);
+    }
+  }
   return 0;
 }

@@ -2,7 +2,9 @@
 # Makes the pipeline benchmark's inputs in DIR (default build/bench-media): ten minutes of real
 # recordings that Debian ships, speech from espeak-ng over the sounds of alsa-utils and
 # sound-theme-freedesktop, 44.1 kHz stereo, encoded as FLAC, MP3, AAC (M4A), Ogg Vorbis, Opus and
-# a 96 kHz float WAV. Codecs behave differently on tones, so no tone is used. Files that exist
+# a 96 kHz float WAV; and, for the latency benchmark's radios, as ADTS AAC and as Ogg Vorbis and
+# Opus with pages of 250 ms, as a radio's encoder flushes them (the ffmpeg program's pages last a
+# second). Codecs behave differently on tones, so no tone is used. Files that exist
 # are kept.
 set -euo pipefail
 dir=${1:-build/bench-media}
@@ -44,3 +46,6 @@ encode ten-minutes.m4a -c:a aac -b:a 192k
 encode ten-minutes.ogg -c:a libvorbis -q:a 5
 encode ten-minutes.opus -c:a libopus -b:a 128k
 encode ten-minutes-96k-float.wav -ar 96000 -c:a pcm_f32le
+encode ten-minutes.aac -c:a aac -b:a 128k -f adts
+encode ten-minutes-radio.ogg -c:a libvorbis -q:a 5 -page_duration 250000
+encode ten-minutes-radio.opus -c:a libopus -b:a 128k -page_duration 250000
