@@ -34,8 +34,8 @@ class FaultServer {
     kStallThenWhole,       // ...with 200 and the whole body, ignoring the range
     kStallThenWrongRange,  // ...with 206 from a quarter of the body
     kStallThenResendHalf,  // ...as the first time, for ever
-    kLiveCloses,           // an ICY radio (no length) closing cleanly after each 40000 bytes; each
-                           // connection goes on at the live point; after the body, 404
+    kLiveCloses,  // an ICY radio (no length) closing cleanly where its tenth title would come;
+                  // each connection goes on at the live point; after the body, 404
   };
   FaultServer(std::string body, Mode mode) : mBody(std::move(body)), mMode(mode) {
     sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
@@ -113,7 +113,7 @@ class FaultServer {
       start = size / 4;
     } else if (mMode == kLiveCloses) {
       start = mLivePoint;
-      end = mLivePoint = std::min(size, mLivePoint + 40000);
+      end = mLivePoint = std::min(size, mLivePoint + 10 * 4096);
     }
     std::string body = mBody.substr(start, end - start);
     bool const live = mMode == kIcy || mMode == kLiveCloses || (first && mMode == kStallMidStream);
