@@ -52,18 +52,28 @@ class OruplayTest : public ::testing::Test {
   std::string out, err;
 };
 
-TEST_F(OruplayTest, FailingInputsAmongGoodOnes_AreReportedAndTheOthersPlayWithALinePerChange) {
+TEST_F(OruplayTest, FailingInputsAmongGoodOnes_AreReportedInALineEachAndTheOthersPlay) {
   test::FaultServer server("", test::FaultServer::kNotFound);
   std::string const broken = fixture("not-audio.txt"), chained = fixture("chained.ogg");
-  std::string const inputs = broken + " " + server.url() + " " + chained;
+  std::string const inputs = broken + " " + server.url() + " no-such.mp3 " + chained;
   EXPECT_EQ(run("oruplay " + toWav + fixture("tone.flac") + " " + inputs), 1);
   EXPECT_NEAR(wavFrames(), 72000 + 96000, 256);  // each Vorbis link trims its own delay
-  EXPECT_THAT(err, HasSubstr(broken + ": Failed to create demuxer: Invalid data found when "
-                                      "processing input (error 2)"));
-  EXPECT_THAT(err, HasSubstr(server.url() + ": Failed to create demuxer: Server returned 404"));
+  EXPECT_EQ(err, "oruplay: " + broken + ": not an audio file\noruplay: " + server.url() +
+                     ": not found (HTTP 404)\noruplay: no-such.mp3: cannot open: No such file "
+                     "or directory\n")
+      << "no line of the engine's log without -l";
   // Faster than real time, each link of the chain still has its line (and only one).
-  std::string const last = "[4/4] " + chained + "  ";
+  std::string const last = "[5/5] " + chained + "  ";
   EXPECT_THAT(out, HasSubstr(last + "Alpha - First Song\n" + last + "Beta - Second Song\n"));
+}
+
+TEST_F(OruplayTest, RadioThatGoesAway_ReconnectsThenEndsEarlyWithItsReason) {
+  test::FaultServer radio(test::readText(fixture("long.mp3")), test::FaultServer::kLiveCloses);
+  EXPECT_EQ(run("oruplay -o null " + radio.url()), 1);
+  std::string const name = "oruplay: " + radio.url() + ": ";
+  EXPECT_THAT(err, ::testing::StartsWith(name + "reconnecting\n"));
+  EXPECT_THAT(err,
+              ::testing::EndsWith(name + "stream ended early: Server returned 404 Not Found\n"));
 }
 
 TEST_F(OruplayTest, StandardInput_PlaysThroughTheDataCallback) {

@@ -14,7 +14,7 @@ std::string trackId(int index) { return std::to_string(index + 1); }
 
 }  // namespace
 
-AlbumSession::AlbumSession(CueSheet sheet, std::string cuePath, FailureReasons* reasons)
+AlbumSession::AlbumSession(CueSheet sheet, std::string cuePath, FailureReasons& reasons)
     : mSheet(std::move(sheet)), mCuePath(std::move(cuePath)), mReasons(reasons) {}
 
 void AlbumSession::start(oru::GaplessPlayer& player) {
@@ -93,19 +93,21 @@ void AlbumSession::progressReportIntervalElapsed(oru::AudioPlayer::Token const& 
 void AlbumSession::playbackFinished(oru::AudioPlayer::Token const& token, unsigned) {
   std::lock_guard<std::mutex> lock(mMutex);
   mLastFinished = InputToken::indexOf(token);
+  std::string const endedEarly = mReasons.takeEndedEarly(mCuePath + ": " + mSheet.audioFile);
+  if (!endedEarly.empty()) {
+    mFailures.push_back(endedEarly);
+  }
   if (mLastFinished + 1 == inputCount()) {
     mDone = true;
     mChanged.notify_all();
   }
 }
 
-void AlbumSession::playbackFailed(oru::AudioPlayer::Token const&,
-                                  oru::AudioPlayer::MediaError error, std::string const& message,
-                                  oru::AudioPlayer::Token const&, oru::AudioPlayer::State,
-                                  unsigned) {
+void AlbumSession::playbackFailed(oru::AudioPlayer::Token const&, oru::AudioPlayer::MediaError,
+                                  std::string const& message, oru::AudioPlayer::Token const&,
+                                  oru::AudioPlayer::State, unsigned) {
   std::lock_guard<std::mutex> lock(mMutex);
-  mFailures.push_back(
-      describeFailure(mCuePath + ": " + mSheet.audioFile, error, message, mReasons));
+  mFailures.push_back(mReasons.describeFailure(mCuePath + ": " + mSheet.audioFile, message));
   mDone = true;
   mChanged.notify_all();
 }

@@ -20,8 +20,8 @@ namespace oruplay {
 // held: they never call the player then); the rest on the main thread.
 class AlbumSession : public QuietListener, public StatusSource {
  public:
-  // `reasons` may be null, and must outlive the session otherwise.
-  AlbumSession(CueSheet sheet, std::string cuePath, FailureReasons* reasons);
+  // `reasons` must outlive the session.
+  AlbumSession(CueSheet sheet, std::string cuePath, FailureReasons& reasons);
 
   // The first track that becomes ready plays at `commonNs` on the player's common clock (a
   // player in TIMESTAMP_COMMON), the others as soon as they may. Call before start().
@@ -32,6 +32,7 @@ class AlbumSession : public QuietListener, public StatusSource {
   // Waits until the album has played or failed, or the timeout passed; true when done. On
   // the main thread, also notices a file shorter than its sheet.
   bool waitUntilDone(int timeoutMs);
+  // A line for the album's file when it failed or ended early.
   std::vector<std::string> failures() const;
 
   Status status() const override;
@@ -51,7 +52,7 @@ class AlbumSession : public QuietListener, public StatusSource {
  private:
   CueSheet const mSheet;
   std::string const mCuePath;
-  FailureReasons* const mReasons;
+  FailureReasons& mReasons;
   oru::GaplessPlayer* mPlayer = nullptr;
   int64_t mFirstPlayAtNs = 0;  // command thread, once started
 

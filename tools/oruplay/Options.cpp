@@ -25,12 +25,13 @@ char const kUsage[] =
     "                       PTP keep in step across machines: the next HH:MM[:SS[.FFF]] (local\n"
     "                       time; UTC with a final Z), or seconds since the epoch\n"
     "  -l, --log-level N    show engine log lines of level N and above (2 detail ... 6 fatal;\n"
-    "                       default 5, errors)\n"
+    "                       default 6: only what precedes an abort)\n"
     "  -q, --quiet          no status line\n"
     "  -h, --help           this text\n"
     "\n"
-    "Exit status: 0 when every input played, 1 when an input failed (the others are still\n"
-    "played), 2 for a usage error or an output that cannot be used, 130 after Ctrl-C.\n";
+    "Exit status: 0 when every input played, 1 when an input failed or its stream ended\n"
+    "early (the others are still played), 2 for a usage error or an output that cannot be\n"
+    "used, 130 after Ctrl-C.\n";
 
 namespace {
 

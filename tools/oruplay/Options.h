@@ -17,7 +17,7 @@ struct Options {
   unsigned startMs = 0;
   int64_t atNs = 0;  // when to start on the wall clock, ns since the epoch; 0: at once
   bool realtime = false;
-  int logLevel = oru::LOG_ERROR;
+  int logLevel = oru::LOG_FATAL;  // the engine's lines are for those who ask for them
   bool quiet = false;
   std::vector<std::string> inputs;
 };

@@ -33,24 +33,12 @@ constexpr int kProgressIntervalMs = 250;
 
 }  // namespace
 
-std::string describeFailure(std::string const& name, oru::AudioPlayer::MediaError error,
-                            std::string const& message, FailureReasons* reasons) {
-  // The engine's messages end in ": " or a blank, ready for a detail that is not there.
-  std::string trimmed = message;
-  while (!trimmed.empty() && (trimmed.back() == ' ' || trimmed.back() == ':')) {
-    trimmed.pop_back();
-  }
-  std::string const reason = reasons != nullptr ? reasons->takeOpenFailure() : "";
-  return name + ": " + trimmed + (reason.empty() ? "" : ": " + reason) + " (error " +
-         std::to_string(static_cast<int>(error)) + ")";
-}
-
 int InputToken::indexOf(Token const& token) {
   std::string const text = token.toString();
   return std::stoi(text.substr(text.find('-') + 1));
 }
 
-Session::Session(std::vector<std::string> inputs, unsigned startOffsetMs, FailureReasons* reasons)
+Session::Session(std::vector<std::string> inputs, unsigned startOffsetMs, FailureReasons& reasons)
     : mInputs(std::move(inputs)), mStartOffsetMs(startOffsetMs), mReasons(reasons) {}
 
 void Session::start(oru::AudioPlayer& player) {
@@ -97,13 +85,20 @@ bool Session::waitUntilDone(int timeoutMs) {
   return mChanged.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this] { return mDone; });
 }
 
+Status Session::currentLocked() const {
+  Status status = mStatus;
+  status.reconnecting = status.input >= 0 && mReasons.reconnects() != mReconnectsSeen;
+  return status;
+}
+
 Status Session::status() const {
   std::lock_guard<std::mutex> lock(mMutex);
-  return mStatus;
+  return currentLocked();
 }
 
 std::vector<Status> Session::takeChanges() {
   std::lock_guard<std::mutex> lock(mMutex);
+  mChanges.note(currentLocked());  // a reconnection is announced by no event
   return mChanges.take();
 }
 
@@ -124,7 +119,7 @@ void Session::playbackStarted(oru::AudioPlayer::Token const& token, unsigned pos
   mStatus.positionMs = positionMs;
   mStatus.title = mTags[index].first;
   mStatus.artist = mTags[index].second;
-  mChanges.note(mStatus);
+  mChanges.note(currentLocked());
 }
 
 void Session::playbackNearlyFinished(oru::AudioPlayer::Token const& token, unsigned positionMs) {
@@ -140,8 +135,13 @@ void Session::playbackNearlyFinished(oru::AudioPlayer::Token const& token, unsig
 void Session::progressReportIntervalElapsed(oru::AudioPlayer::Token const& token,
                                             unsigned positionMs) {
   std::lock_guard<std::mutex> lock(mMutex);
-  if (InputToken::indexOf(token) == mStatus.input) {
+  if (InputToken::indexOf(token) == mStatus.input && positionMs != mStatus.positionMs) {
+    // The audio moves on, so a reconnection is over; it is noted first, as it may have begun
+    // since the changes were last taken.
+    mChanges.note(currentLocked());
     mStatus.positionMs = positionMs;
+    reconnectionsOverLocked();
+    mChanges.note(currentLocked());
   }
 }
 
@@ -150,16 +150,24 @@ void Session::playbackFinished(oru::AudioPlayer::Token const& token, unsigned po
   int const index = InputToken::indexOf(token);
   if (index == mStatus.input) {
     mStatus.positionMs = positionMs;
+    reconnectionsOverLocked();
+  }
+  std::string const endedEarly = mReasons.takeEndedEarly(inputName(index));
+  if (!endedEarly.empty()) {
+    mFailures.push_back(endedEarly);
   }
   endInputLocked(index);
 }
 
-void Session::playbackFailed(oru::AudioPlayer::Token const& token,
-                             oru::AudioPlayer::MediaError error, std::string const& message,
-                             oru::AudioPlayer::Token const&, oru::AudioPlayer::State, unsigned) {
+void Session::playbackFailed(oru::AudioPlayer::Token const& token, oru::AudioPlayer::MediaError,
+                             std::string const& message, oru::AudioPlayer::Token const&,
+                             oru::AudioPlayer::State, unsigned) {
   std::lock_guard<std::mutex> lock(mMutex);
   int const index = InputToken::indexOf(token);
-  mFailures.push_back(describeFailure(inputName(index), error, message, mReasons));
+  if (index == mStatus.input) {
+    reconnectionsOverLocked();
+  }
+  mFailures.push_back(mReasons.describeFailure(inputName(index), message));
   endInputLocked(index);
 }
 
@@ -173,7 +181,7 @@ void Session::streamMetadataExtracted(oru::AudioPlayer::Token const& token,
   if (index == mStatus.input) {
     mStatus.title = mTags[index].first;
     mStatus.artist = mTags[index].second;
-    mChanges.note(mStatus);
+    mChanges.note(currentLocked());
   }
 }
 

@@ -22,8 +22,13 @@ namespace oruplay {
 struct Status {
   int input = -1;  // index of the playing input or track, -1 before the first starts
   unsigned positionMs = 0;
-  std::string title;   // from the stream's metadata or the cue sheet, when there is one
-  std::string artist;  //
+  std::string title;          // from the stream's metadata or the cue sheet, when there is one
+  std::string artist;         //
+  bool reconnecting = false;  // the input's broken stream is being reconnected
+
+  bool sameInputAndTitle(Status const& other) const {
+    return input == other.input && title == other.title && artist == other.artist;
+  }
 };
 
 // What plays, for the status line. Any thread.
@@ -51,19 +56,13 @@ class InputToken : public oru::AudioPlayer::Token {
   int mIndex;
 };
 
-// "NAME: message: reason (error N)" for a failure the player reported, with the reason an input
-// could not be opened when `reasons` (which may be null) knows it.
-std::string describeFailure(std::string const& name, oru::AudioPlayer::MediaError error,
-                            std::string const& message, FailureReasons* reasons);
-
 // Keeps the changes a session reports through takeChanges(). Not locked: the session's own
 // mutex guards it.
 class ChangeLog {
  public:
-  // Records `status` when its input or title differs from the last one recorded.
+  // Records `status` when its input, title or reconnecting differs from the last one recorded.
   void note(Status const& status) {
-    if (mChanges.empty() || mLast.input != status.input || mLast.title != status.title ||
-        mLast.artist != status.artist) {
+    if (!mLast.sameInputAndTitle(status) || mLast.reconnecting != status.reconnecting) {
       mChanges.push_back(status);
       mLast = status;
     }
@@ -77,12 +76,14 @@ class ChangeLog {
 
 // Plays a list of inputs through one player, back to back: each input that becomes ready is
 // played, the next one is prepared once the current one has played and is nearly finished, and
-// an input that fails is reported and passed over. The listener operations run on the player's
-// command thread; start(), waitUntilDone(), status() and failures() on the main thread.
+// an input that fails or whose stream ends early is reported and passed over. The current input
+// is reconnecting from the start of a reconnection until its audio moves on. The listener
+// operations run on the player's command thread; start(), waitUntilDone(), status() and failures()
+// on the main thread.
 class Session : public QuietListener, public StatusSource {
  public:
-  // `reasons` may be null, and must outlive the session otherwise.
-  Session(std::vector<std::string> inputs, unsigned startOffsetMs, FailureReasons* reasons);
+  // `reasons` must outlive the session.
+  Session(std::vector<std::string> inputs, unsigned startOffsetMs, FailureReasons& reasons);
 
   // The first input that becomes ready plays at `commonNs` on the player's common clock (a
   // player in TIMESTAMP_COMMON), the others as soon as they may. Call before start().
@@ -93,6 +94,7 @@ class Session : public QuietListener, public StatusSource {
   bool waitUntilDone(int timeoutMs);
   Status status() const override;
   std::vector<Status> takeChanges() override;
+  // A line for each input that failed or ended early.
   std::vector<std::string> failures() const;
   std::string const& inputName(int index) const override {
     return mInputs[static_cast<size_t>(index)];
@@ -117,10 +119,15 @@ class Session : public QuietListener, public StatusSource {
   // Caller holds mMutex. Records that input `index` will not play (any more) and moves on
   // when nothing else is queued.
   void endInputLocked(int index);
+  // Caller holds mMutex. The status, reconnecting when FFmpeg has begun a reconnection since
+  // the audio last moved on or the input before ended (inputs open one at a time).
+  Status currentLocked() const;
+  // Caller holds mMutex. Takes every reconnection begun so far as over.
+  void reconnectionsOverLocked() { mReconnectsSeen = mReasons.reconnects(); }
 
   std::vector<std::string> const mInputs;
   unsigned const mStartOffsetMs;
-  FailureReasons* const mReasons;
+  FailureReasons& mReasons;
   StdinSource mStdin;
   oru::AudioPlayer* mPlayer = nullptr;
   int64_t mFirstPlayAtNs = 0;  // command thread, once started
@@ -132,6 +139,7 @@ class Session : public QuietListener, public StatusSource {
   std::set<int> mEnded;
   bool mDone = false;
   Status mStatus;
+  unsigned mReconnectsSeen = 0;  // FFmpeg's count of reconnections when they were last over
   ChangeLog mChanges;
   // Title and artist of each input whose stream has carried them.
   std::map<int, std::pair<std::string, std::string>> mTags;

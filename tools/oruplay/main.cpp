@@ -94,13 +94,14 @@ std::string formatTime(unsigned ms) {
   return text;
 }
 
-// "[2/5] NAME  0:01.4  ARTIST - TITLE", without the time when `withTime` is false.
+// "[2/5] NAME  0:01.4  ARTIST - TITLE", with "reconnecting..." after the time, without the time
+// when `withTime` is false.
 std::string describe(oruplay::StatusSource const& session, oruplay::Status const& status,
                      bool withTime) {
   std::string line = "[" + std::to_string(status.input + 1) + "/" +
                      std::to_string(session.inputCount()) + "] " + session.inputName(status.input);
   if (withTime) {
-    line += "  " + formatTime(status.positionMs);
+    line += "  " + formatTime(status.positionMs) + (status.reconnecting ? "  reconnecting..." : "");
   }
   if (!status.title.empty() || !status.artist.empty()) {
     line += "  " + status.artist + (status.artist.empty() ? "" : " - ") + status.title;
@@ -109,7 +110,8 @@ std::string describe(oruplay::StatusSource const& session, oruplay::Status const
 }
 
 // Shows what plays. On a terminal one line is redrawn in place; otherwise a line is printed for
-// each change of input, track or title, however quickly they follow each other.
+// each change of input, track or title, however quickly they follow each other, and one on
+// standard error each time the current input starts reconnecting.
 class StatusLine {
  public:
   explicit StatusLine(bool enabled) : mEnabled(enabled), mTerminal(isatty(STDOUT_FILENO) != 0) {}
@@ -120,9 +122,16 @@ class StatusLine {
     }
     if (!mTerminal) {
       for (oruplay::Status const& change : session.takeChanges()) {
-        std::printf("%s\n", describe(session, change, false).c_str());
+        if (!change.sameInputAndTitle(mPrinted)) {
+          std::printf("%s\n", describe(session, change, false).c_str());
+          std::fflush(stdout);
+        }
+        if (change.reconnecting && !mPrinted.reconnecting) {
+          std::fprintf(stderr, "oruplay: %s: reconnecting\n",
+                       session.inputName(change.input).c_str());
+        }
+        mPrinted = change;
       }
-      std::fflush(stdout);
       return;
     }
     oruplay::Status const status = session.status();
@@ -145,6 +154,7 @@ class StatusLine {
   bool const mEnabled;
   bool const mTerminal;
   bool mDrawn = false;
+  oruplay::Status mPrinted;  // the last change printed, when not on a terminal
 };
 
 }  // namespace
@@ -208,7 +218,7 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "oruplay: %s: %s\n", first.c_str(), error.c_str());
       return kExitInputFailed;
     }
-    auto* album = new oruplay::AlbumSession(sheet, first, &logger);  // the player owns it
+    auto* album = new oruplay::AlbumSession(sheet, first, logger);  // the player owns it
     oru::GaplessPlayer player(album, output.get(), common, new NoTokenUpdates, mode, nullptr);
     album->playFirstAt(options.atNs);
     album->start(player);
@@ -216,7 +226,7 @@ int main(int argc, char** argv) {
         *album, [album](int ms) { return album->waitUntilDone(ms); }, player);
     failures = album->failures();
   } else {
-    oruplay::Session session(options.inputs, options.startMs, &logger);
+    oruplay::Session session(options.inputs, options.startMs, logger);
     oru::AudioPlayer player(&session, output.get(), common, mode, nullptr);
     session.playFirstAt(options.atNs);
     session.start(player);
