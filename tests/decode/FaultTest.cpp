@@ -7,6 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <cstring>
+
 using namespace oru;
 using test::FaultServer;
 
@@ -25,19 +28,26 @@ struct Fault {
 };
 void PrintTo(Fault const& fault, std::ostream* out) { *out << fault.name; }
 
+// The samples of 16-bit PCM.
+std::vector<int16_t> samplesOf(std::vector<uint8_t> const& bytes) {
+  std::vector<int16_t> samples(bytes.size() / 2);
+  std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
+  return samples;
+}
+
 // What the player writes of a file it reads from the disk.
-std::vector<uint8_t> decodeOf(std::string const& file) {
+std::vector<int16_t> decodeOf(std::string const& file) {
   test::PlayerHarness harness;
   harness.prepare(file, "a");
   harness.play("a");
   EXPECT_TRUE(harness.listener.waitFor(kFinished));
-  return harness.device.writtenBytes();
+  return samplesOf(harness.device.writtenBytes());
 }
 
 class FaultTest : public ::testing::TestWithParam<Fault> {};
 
 TEST_P(FaultTest, EndsTheTrackOnce_HavingPlayedThePartOfTheFileThatCame) {
-  static std::vector<uint8_t> const reference = decodeOf("long.mp3");
+  static std::vector<int16_t> const reference = decodeOf("long.mp3");
   FaultServer server(test::readText(test::fixture("long.mp3")), GetParam().mode);
   test::PlayerHarness harness;
   harness.prepare(server.url(), "a");
@@ -47,12 +57,16 @@ TEST_P(FaultTest, EndsTheTrackOnce_HavingPlayedThePartOfTheFileThatCame) {
   EXPECT_EQ(harness.listener.startingWith("playbackF").size(), 1u) << "one terminal event";
   // Nothing repeated, nothing skipped: the audio is the file's decode from its start, up to the
   // last frames of a stream cut short, which the decoder and resampler end on their own.
-  std::vector<uint8_t> const written = harness.device.writtenBytes();
-  // A stream without a length also keeps the encoder's padding at its end.
+  // A stream without a length also keeps the encoder's padding at its end. A cross build's
+  // float decoders may round a sample one step the other way (see CMakeLists.txt).
+  std::vector<int16_t> const written = samplesOf(harness.device.writtenBytes());
   bool const whole = GetParam().frames == kWhole;
   size_t const common = std::min(written.size(), reference.size());
-  size_t const compared = whole ? common : common - std::min<size_t>(common, 8192 * 4);
-  EXPECT_TRUE(std::equal(written.begin(), written.begin() + compared, reference.begin()));
+  size_t const compared = whole ? common : common - std::min<size_t>(common, 8192 * 2);
+  EXPECT_TRUE(std::equal(written.begin(), written.begin() + compared, reference.begin(),
+                         [](int16_t played, int16_t decoded) {
+                           return std::abs(played - decoded) <= ORUPLAY_REFERENCE_TOLERANCE;
+                         }));
   if (whole) {
     EXPECT_EQ(written.size(), reference.size());
   } else {
