@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 
 using namespace oru;
 using test::FaultServer;
@@ -31,7 +31,7 @@ void PrintTo(Fault const& fault, std::ostream* out) { *out << fault.name; }
 // The samples of 16-bit PCM.
 std::vector<int16_t> samplesOf(std::vector<uint8_t> const& bytes) {
   std::vector<int16_t> samples(bytes.size() / 2);
-  std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
+  std::copy_n(bytes.begin(), samples.size() * 2, reinterpret_cast<uint8_t*>(samples.data()));
   return samples;
 }
 
