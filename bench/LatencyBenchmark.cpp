@@ -110,8 +110,9 @@ void waitForPhase(int run) {
 
 // One player, its device and listener, for one measured run.
 struct Rig {
-  explicit Rig(int64_t frameLimit, bool playWhenReady = true)
-      : device(1, ending, frameLimit), listener(ending, playWhenReady) {
+  // A device paced at `speedUp` times real time (0: as fast as it comes).
+  explicit Rig(int64_t frameLimit, bool playWhenReady = true, int speedUp = 1)
+      : device(speedUp, ending, frameLimit), listener(ending, playWhenReady) {
     player = std::make_unique<AudioPlayer>(&listener, &device, nullptr,
                                            AudioPlayer::TIMESTAMP_STREAM, nullptr);
     listener.player = player.get();
@@ -158,15 +159,10 @@ int64_t waitUntilNoted(std::atomic<int64_t> const& time) {
 // The average byte rate of a file: its size over its duration, which playing it as fast as it
 // decodes gives.
 double bytesPerSecond(std::string const& path, size_t size) {
-  bench::Signal ending;
-  BenchDevice device(0, ending);
-  bench::TrackListener listener(ending);
-  AudioPlayer player(&listener, &device, nullptr, AudioPlayer::TIMESTAMP_STREAM, nullptr);
-  listener.player = &player;
-  player.prepare(AudioPlayer::REPLACE_ALL, fileResource(path), 0, -1, -1, oruplay::InputToken(0),
-                 1);
-  ending.wait();
-  return static_cast<double>(size) * BenchDevice::kRate / static_cast<double>(device.mFrames);
+  Rig rig(INT64_MAX, true, 0);
+  rig.prepare(fileResource(path));
+  rig.ending.wait();
+  return static_cast<double>(size) * BenchDevice::kRate / static_cast<double>(rig.device.mFrames);
 }
 
 std::vector<uint8_t> readFile(std::string const& path) {
