@@ -21,6 +21,8 @@ struct Media {
   bool damaged = false;  // the decoder reports the damage as errors
 };
 
+void PrintTo(Media const& media, std::ostream* out) { *out << media.file << ' ' << media.mimeType; }
+
 class MediaTest : public ::testing::TestWithParam<Media> {};
 
 TEST_P(MediaTest, PlaysToTheEndWithEveryFrameAtContinuousTimes) {
@@ -30,7 +32,7 @@ TEST_P(MediaTest, PlaysToTheEndWithEveryFrameAtContinuousTimes) {
   harness.prepare(media.file, "a", AudioPlayer::REPLACE_ALL, media.mimeType);
   harness.play("a");
   ASSERT_TRUE(harness.listener.waitFor("playbackFinished a"));
-  EXPECT_EQ(harness.device.calls.entries().front().timestamp, media.channels);
+  EXPECT_EQ(harness.device.calls.entries().front().channels, media.channels);
   EXPECT_NEAR(harness.device.writtenFrames(), media.seconds * 48000, media.toleranceFrames);
   int64_t next = -1;
   for (auto const& write : harness.device.writes()) {

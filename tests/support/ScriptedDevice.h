@@ -22,10 +22,13 @@ class ScriptedDevice : public PlaybackDelegate {
   struct Call {
     char kind;              // 's'tart, 'p' stop, 'w'rite, 'u'nderrun
     int arg;                // start: the format; stop: the behaviour; write: the frames offered
-    int64_t timestamp = 0;  // start: the channels
+    int64_t timestamp = 0;  // write
+    int channels = 0;       // start
     std::vector<uint8_t> data = {};  // what a write accepted
     unsigned accepted = 0;           // frames
   };
+  // What getPlayedFrames reports when playedFrames holds it: every frame written since start.
+  static constexpr int64_t kPlayedAsWritten = -2;
 
   // Set before the device is used, but for playedFrames.
   static constexpr uint32_t kRates[] = {48000};
@@ -35,14 +38,14 @@ class ScriptedDevice : public PlaybackDelegate {
   int startResult = 0;
   int writeResult = 0;
   std::function<void(StopBehavior)> stopHook;  // called inside every stop(), on its thread
-  std::atomic<int64_t> playedFrames{-2};       // below -1: every frame written since start
+  std::atomic<int64_t> playedFrames{kPlayedAsWritten};
   Recorder<Call> calls;
 
   // Writes after the next `count` ones wait inside write() until releaseWrites().
   void holdWritesAfter(int count) { mHold.add(count); }
-  void releaseWrites() { mHold.add(-1); }
+  void releaseWrites() { mHold.add(kPassAll); }
   bool waitUntilHolding() {
-    return mHold.waitUntil([](auto const& hold) { return hold.back() == -2; });
+    return mHold.waitUntil([](auto const& hold) { return hold.back() == kWaiting; });
   }
 
   // The calls as words: "s0/2" a start (format/channels), "w441" a write (frames offered), "p0"
@@ -53,7 +56,7 @@ class ScriptedDevice : public PlaybackDelegate {
     for (size_t i = 0; i < std::min(count, all.size()); ++i) {
       words += (i == 0 ? "" : " ") + std::string(1, all[i].kind);
       words += all[i].kind == 'u' ? "" : std::to_string(all[i].arg);
-      words += all[i].kind == 's' ? "/" + std::to_string(all[i].timestamp) : "";
+      words += all[i].kind == 's' ? "/" + std::to_string(all[i].channels) : "";
     }
     return words;
   }
@@ -76,7 +79,7 @@ class ScriptedDevice : public PlaybackDelegate {
   int64_t writtenFrames() const { return writtenBytes().size() / mFrameBytes; }
 
   int start(AudioFormat format, int channels) override {
-    calls.add({'s', format, channels});
+    calls.add({'s', format, 0, channels});
     mStarving = false;
     mFrameBytes = bytesPerSample(format) * channels;
     mWrittenSinceStart = 0;
@@ -97,13 +100,14 @@ class ScriptedDevice : public PlaybackDelegate {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
       return 0;
     }
-    // The hold is a list of counts: the last says how many writes may pass (-1: all), -2 that a
-    // write waits. It is read and appended to in one step: a release cannot fall in between.
+    // The hold is a list of states, the last of which holds: how many more writes may pass, all
+    // of them, or a write waiting. It is read and appended to in one step: a release cannot fall
+    // in between.
     int const allowed = mHold.addFrom([](int last) {
-      return last == 0 ? -2 : last > 0 ? last - 1 : last;
+      return last == 0 ? kWaiting : last > 0 ? last - 1 : last;
     });
     if (allowed == 0) {
-      mHold.waitUntil([](auto const& hold) { return hold.back() == -1; });
+      mHold.waitUntil([](auto const& hold) { return hold.back() == kPassAll; });
     }
     Call call{'w', static_cast<int>(*frames), timestamp};
     *frames = writeResult == 0 ? std::min(*frames, maxFramesPerWrite) : 0;
@@ -115,12 +119,16 @@ class ScriptedDevice : public PlaybackDelegate {
     return writeResult;
   }
   long long getPlayedFrames() override {
-    return playedFrames >= -1 ? playedFrames.load() : mWrittenSinceStart.load();
+    return playedFrames == kPlayedAsWritten ? mWrittenSinceStart.load() : playedFrames.load();
   }
   PlaybackCapabilities getPlaybackConfig() override { return caps; }
 
  private:
-  Recorder<int> mHold{{-1}};
+  // The hold's states besides a count of writes that may still pass.
+  static constexpr int kPassAll = -1;
+  static constexpr int kWaiting = -2;
+
+  Recorder<int> mHold{{kPassAll}};
   std::atomic<int> mFrameBytes{4};
   std::atomic<int64_t> mWrittenSinceStart{0};
   bool mStarving = false;  // the last call recorded was an underrun (render thread only)
