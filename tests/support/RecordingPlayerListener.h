@@ -38,6 +38,14 @@ struct RecordingPlayerListener : AudioPlayer::EventListener, Recorder<std::strin
     }
     return result;
   }
+  // The positions (ms) that `event` reported for the track named `token`, in order.
+  std::vector<unsigned> positions(std::string const& event, std::string const& token) const {
+    std::vector<unsigned> found;
+    for (std::string const& line : startingWith(event + " " + token + " ")) {
+      found.push_back(std::stoul(line.substr(event.size() + token.size() + 2)));
+    }
+    return found;
+  }
   // Waits until `count` events start with `prefix`; at the deadline, fails listing them all.
   bool waitFor(std::string const& prefix, long count = 1,
                std::chrono::seconds deadline = kDeadline) {
