@@ -4,10 +4,6 @@
 
 #include <oru/Log.h>
 
-#if defined(__GNUC__)
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"  // the context's channel fields
-#endif
-
 namespace oru {
 namespace {
 
@@ -68,18 +64,14 @@ bool AVDecoderDelegate::openCodec() {
     return false;
   }
 
-  if (mCodecContext->channel_layout == 0) {
+  if (mWrapper->codecChannelLayout(mCodecContext) == 0) {
     int const channels = mCodecContext->ch_layout.nb_channels;
     int64_t const layout = mWrapper->channelCountToLayout(channels);
     if (layout == 0) {
       LogMessage(LOG_ERROR, kTag) << this << ": Failed to guess channel layout for " << channels;
       return false;
     }
-    mCodecContext->channel_layout = static_cast<uint64_t>(layout);
-    mCodecContext->request_channel_layout = static_cast<uint64_t>(layout);
-    // Decoded frames take their layout from ch_layout, so the guess goes there too.
-    av_channel_layout_uninit(&mCodecContext->ch_layout);
-    av_channel_layout_from_mask(&mCodecContext->ch_layout, static_cast<uint64_t>(layout));
+    mWrapper->codecSetChannelLayout(mCodecContext, static_cast<uint64_t>(layout));
     LogMessage(LOG_DETAIL, kTag) << this << ": Guessed channel layout "
                                  << static_cast<uint64_t>(layout);
   }

@@ -7,10 +7,6 @@
 #include <chrono>
 #include <cstdio>
 
-#if defined(__GNUC__)
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"  // av_init_packet
-#endif
-
 namespace oru {
 namespace {
 
@@ -198,7 +194,7 @@ AVStream* AVDemuxer::getStream() const {
 
 int AVDemuxer::getDemuxedChunk(std::shared_ptr<EncodedPacket>& packet) {
   if (!packet) {
-    auto created = std::make_shared<AVEncodedPacket>();
+    auto created = std::make_shared<AVEncodedPacket>(mWrapper);
     mWrapper->initPacket(&created->packet);
     created->packet.data = nullptr;
     created->packet.size = 0;

@@ -14,11 +14,13 @@
 namespace oru {
 
 // A demuxed packet holding its FFmpeg packet; the base fields mirror it after each read.
+// Created by the demuxer, used on the track's decoding thread only. It holds its own share of
+// the facade, so it may outlive the demuxer.
 class AVEncodedPacket : public EncodedPacket {
  public:
-  AVEncodedPacket() = default;
+  explicit AVEncodedPacket(std::shared_ptr<AVWrapper> wrapper) : mWrapper(std::move(wrapper)) {}
   // Releases a payload that was not given back (a thread that ended mid-packet).
-  ~AVEncodedPacket() override { av_packet_unref(&packet); }
+  ~AVEncodedPacket() override { mWrapper->packetUnref(&packet); }
   AVEncodedPacket(AVEncodedPacket const&) = delete;
   AVEncodedPacket& operator=(AVEncodedPacket const&) = delete;
 
@@ -28,6 +30,9 @@ class AVEncodedPacket : public EncodedPacket {
   }
 
   AVPacket packet{};
+
+ private:
+  std::shared_ptr<AVWrapper> const mWrapper;
 };
 
 // Opens one track's input (a URI, or the resource's data callback through a read-only custom

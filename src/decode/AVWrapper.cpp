@@ -5,10 +5,6 @@
 
 // FFmpeg 5.1 still offers, deprecated, the calls the engine is built on (the old channel-layout
 // fields, av_init_packet, swr_alloc_set_opts).
-#if defined(__GNUC__)
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-#endif
-
 namespace oru {
 namespace {
 
@@ -98,20 +94,10 @@ int AVWrapper::getBytesPerSample(AVSampleFormat format) const {
   return av_get_bytes_per_sample(format);
 }
 
-int64_t AVWrapper::channelCountToLayout(int count) const {
-  int64_t const layout = av_get_default_channel_layout(count);
-  if (layout == 0 && count == 10) {
-    return kTenChannelLayout;
-  }
-  return layout;
-}
-
 std::string AVWrapper::getSampleFormatName(AVSampleFormat format) const {
   char const* name = av_get_sample_fmt_name(format);
   return name != nullptr ? name : "";
 }
-
-void AVWrapper::initPacket(AVPacket* packet) const { av_init_packet(packet); }
 
 void AVWrapper::packetUnref(AVPacket* packet) const { av_packet_unref(packet); }
 
@@ -196,13 +182,6 @@ void AVWrapper::codecSetTimebase(AVCodecContextHandle const& context, AVRational
   context->pkt_timebase = timebase;
 }
 
-SwrContextHandle AVWrapper::swrAllocSetOpts(SwrContextHandle existing, int64_t outLayout,
-                                            AVSampleFormat outFormat, int outRate, int64_t inLayout,
-                                            AVSampleFormat inFormat, int inRate) const {
-  return SwrContextHandle(swr_alloc_set_opts(existing.release(), outLayout, outFormat, outRate,
-                                             inLayout, inFormat, inRate, 0, nullptr));
-}
-
 int AVWrapper::swrConvert(SwrContextHandle const& context, uint8_t** out, int outCount,
                           uint8_t const** in, int inCount) const {
   return swr_convert(context.get(), out, outCount, in, inCount);
@@ -268,5 +247,44 @@ void AVWrapper::getORUVersions(AVClass const* formatClass, AVClass const* codecC
 void AVWrapper::getORUVersions(int* minVersion, int* maxVersion) const {
   getORUVersions(avformat_get_class(), avcodec_get_class(), minVersion, maxVersion);
 }
+
+// Everything the engine uses that FFmpeg marks deprecated, in one place.
+ORU_ALLOW_DEPRECATED_BEGIN
+
+int64_t AVWrapper::channelCountToLayout(int count) const {
+  int64_t const layout = av_get_default_channel_layout(count);
+  if (layout == 0 && count == 10) {
+    return kTenChannelLayout;
+  }
+  return layout;
+}
+
+void AVWrapper::initPacket(AVPacket* packet) const { av_init_packet(packet); }
+
+SwrContextHandle AVWrapper::swrAllocSetOpts(SwrContextHandle existing, int64_t outLayout,
+                                            AVSampleFormat outFormat, int outRate, int64_t inLayout,
+                                            AVSampleFormat inFormat, int inRate) const {
+  return SwrContextHandle(swr_alloc_set_opts(existing.release(), outLayout, outFormat, outRate,
+                                             inLayout, inFormat, inRate, 0, nullptr));
+}
+
+uint64_t AVWrapper::codecChannelLayout(AVCodecContextHandle const& context) const {
+  return context->channel_layout;
+}
+
+void AVWrapper::codecSetChannelLayout(AVCodecContextHandle const& context, uint64_t layout) const {
+  context->channel_layout = layout;
+  context->request_channel_layout = layout;
+  av_channel_layout_uninit(&context->ch_layout);
+  av_channel_layout_from_mask(&context->ch_layout, layout);
+}
+
+uint64_t AVWrapper::frameChannelLayout(AVFrameHandle const& frame) const {
+  return frame->channel_layout;
+}
+
+int AVWrapper::frameChannels(AVFrameHandle const& frame) const { return frame->channels; }
+
+ORU_ALLOW_DEPRECATED_END
 
 }  // namespace oru

@@ -37,10 +37,11 @@ void freeCustomIOContext(AVIOContext* io);
 // pipeline and the format converter make, so that FFmpeg's API is met in one place and reads as
 // the engine's own. Each operation forwards to the FFmpeg call of the same role with its arguments
 // unchanged and returns FFmpeg's own result; where a handle is passed, the raw pointer it holds is
-// used. Three kinds of call stay direct, where a wrapper would add nothing: freeing the format
-// context and I/O buffer on the demuxer's failed custom-I/O path, the channel-layout setters of
-// the decoder, and installing the log callback (AVLogger). It is not a seam for test doubles:
-// the operations are not virtual, and the tests drive the real FFmpeg.
+// used. It is also the only user of what FFmpeg marks deprecated, the old channel-layout fields
+// included. Two kinds of call stay direct, where a wrapper would add nothing: freeing the format
+// context and I/O buffer on the demuxer's failed custom-I/O path, and installing the log callback
+// (AVLogger). It is not a seam for test doubles: the operations are not virtual, and the tests
+// drive the real FFmpeg.
 //
 // Stateless; one instance is shared by a track, its demuxer, its decoder and the decoder's
 // converter. Any thread.
@@ -97,6 +98,14 @@ class AVWrapper {
   int codecSendPacket(AVCodecContextHandle const& context, AVPacket const* packet) const;
   // Sets the packet time base of the codec context.
   void codecSetTimebase(AVCodecContextHandle const& context, AVRational timebase) const;
+  // The codec context's channel layout mask; 0 when the codec left it unset.
+  uint64_t codecChannelLayout(AVCodecContextHandle const& context) const;
+  // Sets the codec context's layout and requested layout to `layout`, also in ch_layout, which
+  // decoded frames take their layout from.
+  void codecSetChannelLayout(AVCodecContextHandle const& context, uint64_t layout) const;
+  // A decoded frame's channel layout mask and channel count.
+  uint64_t frameChannelLayout(AVFrameHandle const& frame) const;
+  int frameChannels(AVFrameHandle const& frame) const;
   SwrContextHandle swrAllocSetOpts(SwrContextHandle existing, int64_t outLayout,
                                    AVSampleFormat outFormat, int outRate, int64_t inLayout,
                                    AVSampleFormat inFormat, int inRate) const;

@@ -7,10 +7,6 @@
 #include <algorithm>
 #include <cstring>
 
-#if defined(__GNUC__)
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"  // the frame's channel fields
-#endif
-
 namespace oru {
 namespace {
 
@@ -91,7 +87,7 @@ int LibavResampler::getCompatibleRate(int rate) const {
 }
 
 int LibavResampler::initResampler(AVFrameHandle const& frame) {
-  auto const layout = static_cast<uint64_t>(frame->channel_layout);
+  uint64_t const layout = mWrapper->frameChannelLayout(frame);
   if (mConverter && layout == mInputChannelLayout && frame->format == mInputSampleFormat &&
       frame->sample_rate == mInputRate) {
     return 0;
@@ -137,7 +133,7 @@ PcmBuffer* LibavResampler::resample(AVFrameHandle const& frame, AVRational timeB
       mWrapper->swrGetDelay(mConverter, frame->sample_rate) + frame->nb_samples, mOutputRate,
       frame->sample_rate, AV_ROUND_UP);
   int64_t const bytesPerFrame =
-      static_cast<int64_t>(bytesPerSample(mOutputFormat)) * frame->channels;
+      static_cast<int64_t>(bytesPerSample(mOutputFormat)) * mWrapper->frameChannels(frame);
   int64_t const bytes = outSamples * bytesPerFrame;
 
   PcmBuffer* buffer = queue.obtainBuffer(static_cast<unsigned>(bytes));
@@ -185,9 +181,9 @@ PcmBuffer* LibavResampler::resample(AVFrameHandle const& frame, AVRational timeB
 
   buffer->rate = mOutputRate;
   buffer->format = mOutputFormat;
-  buffer->channels = frame->channels;
+  buffer->channels = mWrapper->frameChannels(frame);
   buffer->size = static_cast<uint32_t>(bytesPerFrame * converted);
-  buffer->channelLayout = static_cast<uint64_t>(frame->channel_layout);
+  buffer->channelLayout = mWrapper->frameChannelLayout(frame);
   buffer->duration = framesToNs(converted, mOutputRate);
   return buffer;
 }
