@@ -56,10 +56,6 @@ int AVWrapper::formatFindStreamInfo(AVFormatContextHandle const& context,
   return avformat_find_stream_info(context.get(), options);
 }
 
-void AVWrapper::dumpFormat(AVFormatContextHandle const& context, int index, char const* url) const {
-  av_dump_format(context.get(), index, url, 0);
-}
-
 int AVWrapper::findBestStream(AVFormatContextHandle const& context, AVMediaType type) const {
   return av_find_best_stream(context.get(), type, -1, -1, nullptr, 0);
 }
@@ -79,20 +75,7 @@ int AVWrapper::readFrame(AVFormatContextHandle const& context, AVPacket* packet)
   return av_read_frame(context.get(), packet);
 }
 
-int AVWrapper::seekFrame(AVFormatContextHandle const& context, int streamIndex, int64_t timestamp,
-                         int flags) const {
-  return av_seek_frame(context.get(), streamIndex, timestamp, flags);
-}
-
-int AVWrapper::frameGetBuffer(AVFrameHandle const& frame, int align) const {
-  return av_frame_get_buffer(frame.get(), align);
-}
-
 void* AVWrapper::malloc(size_t size) const { return av_malloc(size); }
-
-int AVWrapper::getBytesPerSample(AVSampleFormat format) const {
-  return av_get_bytes_per_sample(format);
-}
 
 std::string AVWrapper::getSampleFormatName(AVSampleFormat format) const {
   char const* name = av_get_sample_fmt_name(format);
@@ -102,11 +85,6 @@ std::string AVWrapper::getSampleFormatName(AVSampleFormat format) const {
 void AVWrapper::packetUnref(AVPacket* packet) const { av_packet_unref(packet); }
 
 void AVWrapper::dictFree(AVDictionary** dictionary) const { av_dict_free(dictionary); }
-
-int AVWrapper::dictSet(AVDictionary** dictionary, std::string const& key, std::string const& value,
-                       int flags) const {
-  return av_dict_set(dictionary, key.c_str(), value.c_str(), flags);
-}
 
 int AVWrapper::dictSetInt(AVDictionary** dictionary, std::string const& key, int32_t value,
                           int flags) const {
@@ -137,10 +115,6 @@ AVDictionaryEntry* AVWrapper::dictGet(AVDictionary const* dictionary, char const
 
 int64_t AVWrapper::rescale(int64_t a, int64_t b, int64_t c) const { return av_rescale(a, b, c); }
 
-int64_t AVWrapper::rescaleQ(int64_t a, AVRational from, AVRational to) const {
-  return av_rescale_q(a, from, to);
-}
-
 int64_t AVWrapper::rescaleRnd(int64_t a, int64_t b, int64_t c, AVRounding rounding) const {
   return av_rescale_rnd(a, b, c, rounding);
 }
@@ -150,10 +124,6 @@ AVCodecContext* AVWrapper::codecAllocContext(AVCodec const* codec) const {
 }
 
 AVCodec const* AVWrapper::codecFindDecoder(AVCodecID id) const { return avcodec_find_decoder(id); }
-
-AVCodec const* AVWrapper::codecFindDecoder(std::string const& name) const {
-  return avcodec_find_decoder_by_name(name.c_str());
-}
 
 void AVWrapper::codecFlushBuffers(AVCodecContextHandle const& context) const {
   avcodec_flush_buffers(context.get());

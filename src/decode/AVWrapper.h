@@ -52,7 +52,6 @@ class AVWrapper {
   int formatOpenInput(AVFormatContext** context, char const* url, AVInputFormat const* format,
                       AVDictionary** options) const;
   int formatFindStreamInfo(AVFormatContextHandle const& context, AVDictionary** options) const;
-  void dumpFormat(AVFormatContextHandle const& context, int index, char const* url) const;
   int findBestStream(AVFormatContextHandle const& context, AVMediaType type) const;
   std::string getName(AVCodecID id) const;
   AVIOContext* avioAllocContext(unsigned char* buffer, int size, int writeFlag, void* opaque,
@@ -61,11 +60,7 @@ class AVWrapper {
                                 int64_t (*seek)(void*, int64_t, int)) const;
   AVFrameHandle frameAlloc() const;
   int readFrame(AVFormatContextHandle const& context, AVPacket* packet) const;
-  int seekFrame(AVFormatContextHandle const& context, int streamIndex, int64_t timestamp,
-                int flags) const;
-  int frameGetBuffer(AVFrameHandle const& frame, int align) const;
   void* malloc(size_t size) const;
-  int getBytesPerSample(AVSampleFormat format) const;
   // FFmpeg's default layout for `count` channels; 185871 for 10 channels, which FFmpeg's
   // table lacks; 0 for any other count without a default.
   int64_t channelCountToLayout(int count) const;
@@ -73,8 +68,6 @@ class AVWrapper {
   void initPacket(AVPacket* packet) const;
   void packetUnref(AVPacket* packet) const;
   void dictFree(AVDictionary** dictionary) const;
-  int dictSet(AVDictionary** dictionary, std::string const& key, std::string const& value,
-              int flags) const;
   int dictSetInt(AVDictionary** dictionary, std::string const& key, int32_t value, int flags) const;
   int optSetInt(void* object, char const* name, int32_t value, int searchFlags) const;
   // The first registered demuxer whose MIME type list starts with the first `length`
@@ -83,11 +76,9 @@ class AVWrapper {
   AVDictionaryEntry* dictGet(AVDictionary const* dictionary, char const* key,
                              AVDictionaryEntry const* previous, int flags) const;
   int64_t rescale(int64_t a, int64_t b, int64_t c) const;
-  int64_t rescaleQ(int64_t a, AVRational from, AVRational to) const;
   int64_t rescaleRnd(int64_t a, int64_t b, int64_t c, AVRounding rounding) const;
   AVCodecContext* codecAllocContext(AVCodec const* codec) const;
   AVCodec const* codecFindDecoder(AVCodecID id) const;
-  AVCodec const* codecFindDecoder(std::string const& name) const;
   void codecFlushBuffers(AVCodecContextHandle const& context) const;
   int codecOpen(AVCodecContextHandle const& context, AVCodec const* codec,
                 AVDictionary** options) const;

@@ -28,9 +28,6 @@ class LibavResampler {
   PcmBuffer* resample(AVFrameHandle const& frame, AVRational timeBase, bool correctPts,
                       PcmBufferQueue& queue);
 
-  int getDecoderRate() const { return mInputRate; }
-  uint64_t getDecoderChannelLayout() const { return mInputChannelLayout; }
-
   // The device format for a stream of `format`: the format itself when the device takes it,
   // else the preferred format, else the largest format the device takes.
   AudioFormat getCompatibleFormat(AudioFormat format) const;
