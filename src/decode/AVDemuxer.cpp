@@ -51,41 +51,84 @@ AVDemuxer::AVDemuxer(AudioPlayer::Resource const* resource, std::atomic<bool> co
                      std::shared_ptr<AVWrapper> wrapper, int version)
     : mWrapper(std::move(wrapper)), mResource(resource), mVersion(version), mRunning(running) {}
 
+MimeType parseMimeType(std::string const& mimeType) {
+  MimeType parsed;
+  size_t const typeEnd = mimeType.find(';');
+  parsed.type = mimeType.substr(0, typeEnd);
+  size_t position = typeEnd;
+  while (position != std::string::npos) {
+    size_t const next = mimeType.find(';', position + 1);
+    std::string const parameter = mimeType.substr(position + 1, next - position - 1);
+    // The leading blank of each pattern accepts any white space after the ';'.
+    if (parsed.rate == 0 && std::sscanf(parameter.c_str(), " rate=%d", &parsed.rate) != 1) {
+      parsed.rate = 0;
+    }
+    if (parsed.channels == 0 &&
+        std::sscanf(parameter.c_str(), " channels=%d", &parsed.channels) != 1) {
+      parsed.channels = 0;
+    }
+    position = next;
+  }
+  return parsed;
+}
+
 bool AVDemuxer::open() {
   if (mResource == nullptr) {
     LogMessage(LOG_ERROR, kTag) << this << ": No audio resource";
     return false;
   }
+  AVFormatContext* context = allocateContext();
+  if (context == nullptr) {
+    return false;
+  }
+  // A custom I/O context survives a failed open (FFmpeg frees only the format context).
+  AVIOContext* customIO = nullptr;
+  if (mResource->newDataCallback != nullptr) {
+    customIO = attachCustomIO(context);
+    if (customIO == nullptr) {
+      avformat_free_context(context);
+      return false;
+    }
+  }
+  if (!openFormat(context, customIO) || !selectStream()) {
+    return false;
+  }
+  mUri = mResource->uri;
+  return true;
+}
+
+AVFormatContext* AVDemuxer::allocateContext() {
   AVFormatContext* context = mWrapper->formatAllocContext();
   if (context == nullptr) {
     LogMessage(LOG_ERROR, kTag) << this << ": Failed to allocate AVFormatContext";
-    return false;
+    return nullptr;
   }
   context->interrupt_callback.callback = &AVDemuxer::interruptCallback;
   context->interrupt_callback.opaque = this;
   context->probesize = kProbeSize;
   context->max_index_size = kMaxIndexBytes;
+  return context;
+}
 
-  // A custom I/O context survives a failed open (FFmpeg frees only the format context).
-  AVIOContext* customIO = nullptr;
-  if (mResource->newDataCallback != nullptr) {
-    LogMessage(LOG_INFO, kTag)
-        << this << ": newDataCallback set, playing from callback instead of downloading from URI.";
-    auto* buffer = static_cast<unsigned char*>(mWrapper->malloc(kCustomIOBufferSize));
-    customIO = buffer == nullptr
-                   ? nullptr
-                   : mWrapper->avioAllocContext(buffer, kCustomIOBufferSize, 0, this,
-                                                &AVDemuxer::readCallback, nullptr, nullptr);
-    if (customIO == nullptr) {
-      LogMessage(LOG_ERROR, kTag) << "Failed to allocate AVIOContext";
-      av_free(buffer);
-      avformat_free_context(context);
-      return false;
-    }
-    customIO->max_packet_size = kCustomIOBufferSize;
-    context->pb = customIO;
+AVIOContext* AVDemuxer::attachCustomIO(AVFormatContext* context) {
+  LogMessage(LOG_INFO, kTag)
+      << this << ": newDataCallback set, playing from callback instead of downloading from URI.";
+  auto* buffer = static_cast<unsigned char*>(mWrapper->malloc(kCustomIOBufferSize));
+  AVIOContext* customIO =
+      buffer == nullptr ? nullptr
+                        : mWrapper->avioAllocContext(buffer, kCustomIOBufferSize, 0, this,
+                                                     &AVDemuxer::readCallback, nullptr, nullptr);
+  if (customIO == nullptr) {
+    LogMessage(LOG_ERROR, kTag) << "Failed to allocate AVIOContext";
+    av_free(buffer);
+    return nullptr;
   }
+  customIO->max_packet_size = kCustomIOBufferSize;
+  context->pb = customIO;
+  return customIO;
+}
 
+bool AVDemuxer::openFormat(AVFormatContext* context, AVIOContext* customIO) {
   // With a data callback there is no URL. Without one, an empty URI is passed as an empty
   // string: FFmpeg dereferences a null URL when it has to open the input itself.
   char const* url = customIO != nullptr ? nullptr : mResource->uri.c_str();
@@ -93,7 +136,7 @@ bool AVDemuxer::open() {
   // deadline.
   mNetworkInput = customIO == nullptr && isNetworkUrl(mResource->uri);
   armDeadline();
-  int result = openInput(&context, url, mResource->mimeType);
+  int const result = openInput(&context, url, mResource->mimeType);
   if (result < 0) {
     // An open interrupted by a stop is no failure of the input.
     LogMessage(mRunning ? LOG_ERROR : LOG_DETAIL, kTag)
@@ -102,8 +145,39 @@ bool AVDemuxer::open() {
     return false;
   }
   mFormatContext.reset(context);
+  return configureFormat();
+}
 
-  result = mWrapper->optSetInt(mFormatContext.get(), "oru_version", mVersion, 0);
+int AVDemuxer::openInput(AVFormatContext** context, char const* url, std::string const& mimeType) {
+  AVInputFormat const* format = nullptr;
+  AVDictionary* options = nullptr;
+  if (!mimeType.empty()) {
+    MimeType const parsed = parseMimeType(mimeType);
+    mWrapper->findFmtByMimeType(&format, parsed.type.c_str(), parsed.type.size());
+    if (format != nullptr) {
+      LogMessage(LOG_INFO, kTag) << this << ": Found format " << format->name << " supporting "
+                                 << mimeType;
+      if (parsed.rate != 0) {
+        mWrapper->dictSetInt(&options, "sample_rate", parsed.rate, 0);
+      }
+      if (parsed.channels != 0) {
+        mWrapper->dictSetInt(&options, "channels", parsed.channels, 0);
+      }
+    }
+  }
+  if (mNetworkInput) {
+    mWrapper->dictSetInt(&options, "timeout", kSocketTimeoutUs, 0);
+    mWrapper->dictSetInt(&options, "reconnect", 1, 0);
+    mWrapper->dictSetInt(&options, "resume_exact", 1, 0);
+    mWrapper->dictSetInt(&options, "reconnect_delay_max", kReconnectDelayMaxS, 0);
+  }
+  int const result = mWrapper->formatOpenInput(context, url, format, &options);
+  mWrapper->dictFree(&options);
+  return result;
+}
+
+bool AVDemuxer::configureFormat() {
+  int const result = mWrapper->optSetInt(mFormatContext.get(), "oru_version", mVersion, 0);
   if (result < 0) {
     LogMessage(LOG_ERROR, kTag) << this
                                 << ": Failed to set oru_version: " << mWrapper->strerror(result);
@@ -116,7 +190,10 @@ bool AVDemuxer::open() {
     // first time stamp. A radio's first seconds would otherwise be waited for before it starts.
     mFormatContext->max_ts_probe = 1;
   }
+  return true;
+}
 
+bool AVDemuxer::selectStream() {
   int const streamInfo = mWrapper->formatFindStreamInfo(mFormatContext, nullptr);
   if (streamInfo < 0) {
     LogMessage(mRunning ? LOG_ERROR : LOG_DETAIL, kTag)
@@ -136,52 +213,7 @@ bool AVDemuxer::open() {
     return false;
   }
   mCodecName = mWrapper->getName(stream->codecpar->codec_id);
-  mUri = mResource->uri;
   return true;
-}
-
-int AVDemuxer::openInput(AVFormatContext** context, char const* url, std::string const& mimeType) {
-  AVInputFormat const* format = nullptr;
-  AVDictionary* options = nullptr;
-  if (!mimeType.empty()) {
-    size_t const typeEnd = mimeType.find(';');
-    std::string const type = mimeType.substr(0, typeEnd);
-    mWrapper->findFmtByMimeType(&format, type.c_str(), type.size());
-    if (format != nullptr) {
-      LogMessage(LOG_INFO, kTag) << this << ": Found format " << format->name << " supporting "
-                                 << mimeType;
-      int rate = 0;
-      int channels = 0;
-      size_t position = typeEnd;
-      while (position != std::string::npos) {
-        size_t const next = mimeType.find(';', position + 1);
-        std::string const parameter = mimeType.substr(position + 1, next - position - 1);
-        // The leading blank of each pattern accepts any white space after the ';'.
-        if (rate == 0 && std::sscanf(parameter.c_str(), " rate=%d", &rate) != 1) {
-          rate = 0;
-        }
-        if (channels == 0 && std::sscanf(parameter.c_str(), " channels=%d", &channels) != 1) {
-          channels = 0;
-        }
-        position = next;
-      }
-      if (rate != 0) {
-        mWrapper->dictSetInt(&options, "sample_rate", rate, 0);
-      }
-      if (channels != 0) {
-        mWrapper->dictSetInt(&options, "channels", channels, 0);
-      }
-    }
-  }
-  if (mNetworkInput) {
-    mWrapper->dictSetInt(&options, "timeout", kSocketTimeoutUs, 0);
-    mWrapper->dictSetInt(&options, "reconnect", 1, 0);
-    mWrapper->dictSetInt(&options, "resume_exact", 1, 0);
-    mWrapper->dictSetInt(&options, "reconnect_delay_max", kReconnectDelayMaxS, 0);
-  }
-  int const result = mWrapper->formatOpenInput(context, url, format, &options);
-  mWrapper->dictFree(&options);
-  return result;
 }
 
 AVStream* AVDemuxer::getStream() const {

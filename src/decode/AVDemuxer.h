@@ -35,6 +35,18 @@ class AVEncodedPacket : public EncodedPacket {
   std::shared_ptr<AVWrapper> const mWrapper;
 };
 
+// What a MIME type says about its input (audio/L16;rate=48000;channels=2): the type, cut at the
+// first ';', and the raw PCM parameters "rate" and "channels", each the first non-zero value
+// among the ';'-separated parameters, 0 when there is none. Parameters are matched as sscanf
+// matches " rate=%d" and " channels=%d": white space may follow the ';', names are
+// case-sensitive, no blank may precede the '=' and text after the number is ignored. Any thread.
+struct MimeType {
+  std::string type;
+  int rate = 0;
+  int channels = 0;
+};
+MimeType parseMimeType(std::string const& mimeType);
+
 // Opens one track's input (a URI, or the resource's data callback through a read-only custom
 // I/O context), picks its audio stream and hands out its compressed packets with nanosecond
 // time stamps, and the container's and stream's metadata.
@@ -72,7 +84,21 @@ class AVDemuxer {
             std::shared_ptr<AVWrapper> wrapper, int version);
 
   bool open();
+  // A format context set up to call interruptCallback, or null (logged).
+  AVFormatContext* allocateContext();
+  // A custom I/O context reading the host's data callback, attached to `context`, or null
+  // (logged).
+  AVIOContext* attachCustomIO(AVFormatContext* context);
+  // Opens the input into `context`, takes it over and configures it. When the open fails,
+  // FFmpeg has freed `context` and this frees `customIO`.
+  bool openFormat(AVFormatContext* context, AVIOContext* customIO);
+  // Forces the demuxer that the MIME type names, with its raw PCM parameters; without one,
+  // FFmpeg probes the content.
   int openInput(AVFormatContext** context, char const* url, std::string const& mimeType);
+  // Sets the player protocol version and limits reading ahead on the opened input.
+  bool configureFormat();
+  // Finds the audio stream and its codec's name.
+  bool selectStream();
   void copyMetadata(std::map<std::string, std::string>& metadata,
                     AVDictionary const* dictionary) const;
   // Starts the time a network open or read may take; no limit for other inputs.

@@ -8,6 +8,7 @@
 #include <dlfcn.h>
 
 #include <set>
+#include <tuple>
 
 using namespace oru;
 
@@ -26,35 +27,33 @@ TEST(FFmpegBuildTest, IsTheProjectsOwnWithOruVersionOneOnBothContexts) {
   EXPECT_NE(std::string(avformat_configuration()).find("--build-suffix=_oru"), std::string::npos);
 }
 
-std::unique_ptr<AVDemuxer> open(std::string const& file, std::string const& mimeType = "") {
-  static std::atomic<bool> running{true};
-  static AudioPlayer::Resource resource;  // borrowed by the demuxer
-  resource.uri = test::fixture(file);
-  resource.mimeType = mimeType;
-  return AVDemuxer::create(&resource, running, std::make_shared<AVWrapper>(), 1);
-}
-
-TEST(AVDemuxerTest, MimeType_ChoosesTheInputFormatWithL16ParametersOrLetsFFmpegProbe) {
+TEST(MimeTypeTest, Parse_TakesTheTypeAndTheFirstNonZeroRateAndChannelCount) {
   struct {
-    char const* file;
-    char const* mimeType;
+    char const *row, *mimeType, *type;
     int rate, channels;
-  } const cases[] = {{"tone.s16be", "audio/L16; rate=22050; channels=1", 22050, 1},
-                     {"tone.s16be", "audio/L16;rate=48000;channels=2;rate=8000", 48000, 2},
-                     {"tone.s16be", "audio/L16", 44100, 1},  // the raw demuxer's defaults
-                     {"tone.flac", "audio/x-nothing-registered", 44100, 2}};
-  for (auto const& c : cases) {
-    auto demuxer = open(c.file, c.mimeType);
-    ASSERT_TRUE(demuxer) << c.mimeType;
-    AVCodecParameters const* stream = demuxer->getStream()->codecpar;
-    EXPECT_EQ(std::make_pair(stream->sample_rate, stream->ch_layout.nb_channels),
-              std::make_pair(c.rate, c.channels))
-        << c.mimeType;
+  } const rows[] = {
+      {"no parameters", "audio/L16", "audio/L16", 0, 0},
+      {"white space after ;", "audio/L16; rate=22050;\tchannels=1", "audio/L16", 22050, 1},
+      {"first rate wins", "audio/L16;channels=6;rate=8000;rate=48000", "audio/L16", 8000, 6},
+      {"a zero counts as none", "audio/L16;rate=0;rate=8000;channels=0", "audio/L16", 8000, 0},
+      {"names are case-sensitive", "audio/L16;Rate=8000;CHANNELS=2", "audio/L16", 0, 0},
+      {"blank after = only", "audio/L16;rate =8000;channels= 2", "audio/L16", 0, 2},
+      {"bad numbers", "audio/L16;rate=fast;channels=", "audio/L16", 0, 0},
+      {"text after the number", "audio/L16;rate=44100Hz;x=1", "audio/L16", 44100, 0},
+      {"an empty parameter", "audio/L16;;channels=2", "audio/L16", 0, 2},
+      {"nothing", "", "", 0, 0}};
+  for (auto const& r : rows) {
+    MimeType const parsed = parseMimeType(r.mimeType);
+    EXPECT_EQ(std::tie(parsed.type, parsed.rate, parsed.channels),
+              std::make_tuple(std::string(r.type), r.rate, r.channels))
+        << r.row;
   }
 }
 
 TEST(AVDemuxerTest, StreamFilter_PassesStreamsZeroAndOneAndEndsAtTheThird) {
-  auto demuxer = open("three-streams.mka");
+  std::atomic<bool> running{true};
+  AudioPlayer::Resource resource{test::fixture("three-streams.mka"), ""};
+  auto demuxer = AVDemuxer::create(&resource, running, std::make_shared<AVWrapper>(), 1);
   ASSERT_TRUE(demuxer);
   std::set<int> seen;
   std::shared_ptr<EncodedPacket> packet;

@@ -48,7 +48,7 @@ INSTANTIATE_TEST_SUITE_P(
     Media, MediaTest,
     ::testing::Values(Media{"tone.wav", "", 1.5, 2, 40}, Media{"tone-s24.wav", "", 1.5, 2, 40},
                       Media{"tone-f32.wav", "", 1.5, 2, 40}, Media{"tone.flac", "", 1.5, 2, 40},
-                      Media{"tone-alac.m4a", "", 1.5, 2, 40},
+                      Media{"tone-alac.m4a", "audio/x-unregistered", 1.5, 2, 40},
                       Media{"tone.s16be", "audio/L16;rate=44100;channels=2", 1.5, 2, 40},
                       Media{"tone.mp3", "", 1.5, 2, 40}, Media{"tone.m4a", "", 1.5, 2, 1024},
                       Media{"tone.aac", "", 1.5, 2, 2048}, Media{"tone.ogg", "", 1.5, 2, 40},
