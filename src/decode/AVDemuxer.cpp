@@ -321,7 +321,7 @@ void AVDemuxer::armDeadline() {
   }
 }
 
-bool AVDemuxer::pastDeadline() {
+bool AVDemuxer::checkDeadline() {
   // FFmpeg asks at every read, also of local files, which have no deadline to look up.
   mTimedOut = mTimedOut || (mNetworkInput && std::chrono::steady_clock::now() > mDeadline);
   return mTimedOut;
@@ -344,7 +344,7 @@ int AVDemuxer::readCallback(void* opaque, uint8_t* buffer, int size) {
 
 int AVDemuxer::interruptCallback(void* opaque) {
   auto* demuxer = static_cast<AVDemuxer*>(opaque);
-  return !demuxer->mRunning.load() || demuxer->pastDeadline() ? 1 : 0;
+  return !demuxer->mRunning.load() || demuxer->checkDeadline() ? 1 : 0;
 }
 
 }  // namespace oru

@@ -103,9 +103,11 @@ class AVDemuxer {
                     AVDictionary const* dictionary) const;
   // Starts the time a network open or read may take; no limit for other inputs.
   void armDeadline();
-  // True from the first time the deadline was found past: FFmpeg may report the interruption
-  // only at a later read, as a sticky error of its input.
-  bool pastDeadline();
+  // Remembers in mTimedOut, for good, when the deadline has passed, and returns mTimedOut: the
+  // input then stays given up even if a later read arms a new deadline, and explain() reports
+  // the interruption as "Connection timed out". FFmpeg may report it only at a later read, as a
+  // sticky error of its input.
+  bool checkDeadline();
   // The error an FFmpeg result stands for: an interruption past the deadline is a time-out.
   int explain(int result) const;
   // Reads the host's data callback; its data ends at a stop, or when it gives no bytes.
