@@ -28,7 +28,7 @@ constexpr std::chrono::seconds kNetworkDeadline{12};
 // was missing (a live radio at its live point): a short network loss is bridged, and a server
 // answering with other bytes ends the data. Attempts wait 0, 1 and 2 s, and count until the
 // stream delivers bytes it had not delivered before.
-constexpr int kSocketTimeoutUs = 5000000;
+constexpr std::chrono::seconds kSocketTimeout{5};
 constexpr int kReconnectDelayMaxS = 2;
 
 bool isNetworkUrl(std::string const& url) {
@@ -166,7 +166,9 @@ int AVDemuxer::openInput(AVFormatContext** context, char const* url, std::string
     }
   }
   if (mNetworkInput) {
-    mWrapper->dictSetInt(&options, "timeout", kSocketTimeoutUs, 0);
+    // FFmpeg takes the socket time-out in microseconds.
+    auto const socketTimeoutUs = std::chrono::microseconds(kSocketTimeout).count();
+    mWrapper->dictSetInt(&options, "timeout", static_cast<int32_t>(socketTimeoutUs), 0);
     mWrapper->dictSetInt(&options, "reconnect", 1, 0);
     mWrapper->dictSetInt(&options, "resume_exact", 1, 0);
     mWrapper->dictSetInt(&options, "reconnect_delay_max", kReconnectDelayMaxS, 0);
