@@ -29,6 +29,29 @@ class LoggingDelegate {
   virtual void log(LogLevel level, char const* tag, char const* message) = 0;
 };
 
+// Why an input did not play to its end, as one of the engine's log lines tells it: the demuxer
+// logs the cause as the last field of the line that says an input could not be opened or ended
+// before its end, and the engine's FFmpeg logs each reconnection of a broken HTTP stream. A host
+// that tells its users why an input stopped reads the lines its LoggingDelegate receives with
+// inputTroubleOf(), without depending on their texts.
+struct InputTrouble {
+  enum Kind {
+    kNone,          // the line says nothing of an input's trouble
+    kCannotOpen,    // the input could not be opened
+    kNoAudio,       // the input opened but holds no audio stream
+    kEndedEarly,    // the input's data ended before its end
+    kReconnecting,  // a broken HTTP stream begins to reconnect
+  };
+  Kind kind = kNone;
+  // The cause in FFmpeg's or the demuxer's words ("Server returned 404 Not Found", "Connection
+  // timed out"); empty for kNone, kNoAudio and kReconnecting.
+  std::string reason;
+};
+
+// What `message`, logged by the engine with `level` and `tag`, says of an input's trouble. Any
+// thread.
+ORU_EXPORT InputTrouble inputTroubleOf(LogLevel level, char const* tag, char const* message);
+
 // One log line, built by streaming into a temporary:
 //
 //   LogMessage(LOG_INFO, "AudioPlayer") << "handlePlay token: " << token;

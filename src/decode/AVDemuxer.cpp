@@ -6,11 +6,25 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstring>
+#include <optional>
+#include <string_view>
 
 namespace oru {
 namespace {
 
 constexpr char kTag[] = "AVDemuxer";
+// The lines whose last field is why an input did not play (read back by inputTroubleOf).
+constexpr char kCannotOpen[] = ": Could not open or parse input: ";
+constexpr char kNoStreamInfo[] = ": Failed to find stream info: ";
+constexpr char kNoBestStream[] = ": Failed to find best sream: ";
+constexpr char kEndedEarly[] = ": Input ended early: ";
+// FFmpeg's announcement of each attempt to reconnect a broken HTTP stream, "Will reconnect at
+// BYTE in SECONDS second(s), error=REASON.", under its own tag. Attempts count until the stream
+// delivers new bytes, and the first of them waits 0 s: that one begins a reconnection.
+constexpr char kFFmpegTag[] = "Libav";
+constexpr std::string_view kReconnect = "Will reconnect at ";
+constexpr std::string_view kFirstAttempt = " in 0 second";
 // Custom I/O reads the host's data callback in blocks of this size.
 constexpr int kCustomIOBufferSize = 8192;
 // Bounds how much must arrive before playback can begin.
@@ -36,6 +50,39 @@ bool isNetworkUrl(std::string const& url) {
 }
 
 }  // namespace
+
+InputTrouble inputTroubleOf(LogLevel level, char const* tag, char const* message) {
+  std::string_view const text = message;
+  if (std::strcmp(tag, kFFmpegTag) == 0) {
+    bool const reconnects = text.rfind(kReconnect, 0) == 0 && text.find(kFirstAttempt) != text.npos;
+    return {reconnects ? InputTrouble::kReconnecting : InputTrouble::kNone, ""};
+  }
+  if (std::strcmp(tag, kTag) != 0 || level < LOG_WARNING) {
+    return {};
+  }
+  // The demuxer's lines begin with its address; the cause follows the line's fixed text.
+  auto const causeAfter = [text](std::string_view fixed) -> std::optional<std::string> {
+    size_t const at = text.find(fixed);
+    return at == text.npos ? std::nullopt
+                           : std::optional<std::string>(text.substr(at + fixed.size()));
+  };
+  if (level == LOG_WARNING) {
+    auto const cause = causeAfter(kEndedEarly);
+    return cause ? InputTrouble{InputTrouble::kEndedEarly, *cause} : InputTrouble{};
+  }
+  if (causeAfter(kNoBestStream)) {
+    return {InputTrouble::kNoAudio, ""};
+  }
+  for (std::string_view fixed : {kCannotOpen, kNoStreamInfo}) {
+    if (auto const cause = causeAfter(fixed)) {
+      return {InputTrouble::kCannotOpen, *cause};
+    }
+  }
+  // Any other error of the demuxer's is its own words, after its address.
+  size_t const words = text.find(": ");
+  return {InputTrouble::kCannotOpen,
+          std::string(words == text.npos ? text : text.substr(words + 2))};
+}
 
 std::unique_ptr<AVDemuxer> AVDemuxer::create(AudioPlayer::Resource const* resource,
                                              std::atomic<bool> const& running,
@@ -140,7 +187,7 @@ bool AVDemuxer::openFormat(AVFormatContext* context, AVIOContext* customIO) {
   if (result < 0) {
     // An open interrupted by a stop is no failure of the input.
     LogMessage(mRunning ? LOG_ERROR : LOG_DETAIL, kTag)
-        << this << ": Could not open or parse input: " << mWrapper->strerror(explain(result));
+        << this << kCannotOpen << mWrapper->strerror(explain(result));
     freeCustomIOContext(customIO);
     return false;
   }
@@ -199,14 +246,13 @@ bool AVDemuxer::selectStream() {
   int const streamInfo = mWrapper->formatFindStreamInfo(mFormatContext, nullptr);
   if (streamInfo < 0) {
     LogMessage(mRunning ? LOG_ERROR : LOG_DETAIL, kTag)
-        << this << ": Failed to find stream info: " << mWrapper->strerror(explain(streamInfo));
+        << this << kNoStreamInfo << mWrapper->strerror(explain(streamInfo));
     return false;
   }
   mStreamIndex = mWrapper->findBestStream(mFormatContext, AVMEDIA_TYPE_AUDIO);
   if (mStreamIndex < 0) {
     // Reports the stream-info result, as the device's firmware always has.
-    LogMessage(LOG_ERROR, kTag) << this << ": Failed to find best sream: "
-                                << mWrapper->strerror(streamInfo);
+    LogMessage(LOG_ERROR, kTag) << this << kNoBestStream << mWrapper->strerror(streamInfo);
     return false;
   }
   AVStream* stream = getStream();
@@ -247,8 +293,7 @@ int AVDemuxer::getDemuxedChunk(std::shared_ptr<EncodedPacket>& packet) {
     int const result = mWrapper->readFrame(mFormatContext, &chunk->packet);
     if (result < 0) {
       if (result != AVERROR_EOF && mRunning) {
-        LogMessage(LOG_WARNING, kTag)
-            << this << ": Input ended early: " << mWrapper->strerror(explain(result));
+        LogMessage(LOG_WARNING, kTag) << this << kEndedEarly << mWrapper->strerror(explain(result));
       }
       return 1;
     }

@@ -9,12 +9,10 @@
 namespace oruplay {
 
 // A log sink in front of another that picks out of the engine's log what oruplay tells the
-// listener about its inputs: why the last input could not be opened (the demuxer logs FFmpeg's
-// reason, such as "Server returned 404 Not Found", just before its track fails), why the last
-// stream ended before its end (the demuxer's warning "Input ended early", before its track
-// finishes), and each reconnection of a broken HTTP stream that FFmpeg begins. oruplay opens
-// one input at a time, so each of these is the current input's. Any thread; `next` must outlive
-// it.
+// listener about its inputs (the engine reads its own lines for it, see oru::inputTroubleOf): why
+// the last input could not be opened, why the last stream ended before its end, and each
+// reconnection of a broken HTTP stream. oruplay opens one input at a time, so each of these is
+// the current input's. Any thread; `next` must outlive it.
 class FailureReasons : public oru::LoggingDelegate {
  public:
   explicit FailureReasons(oru::LoggingDelegate& next) : mNext(next) {}
@@ -33,9 +31,9 @@ class FailureReasons : public oru::LoggingDelegate {
  private:
   oru::LoggingDelegate& mNext;
   std::atomic<unsigned> mReconnects{0};
-  std::mutex mMutex;         // guards the two below
-  std::string mOpenFailure;  // the demuxer's error: "Could not open or parse input: REASON"
-  std::string mEndedEarly;   // FFmpeg's reason
+  std::mutex mMutex;               // guards the two below
+  oru::InputTrouble mOpenFailure;  // why the input could not be opened
+  oru::InputTrouble mEndedEarly;   // why its stream ended before its end
 };
 
 }  // namespace oruplay
