@@ -9,8 +9,6 @@
 
 namespace oru {
 
-class AudioRenderer;
-
 // The fixed texts of the failures the engine reports to the host in playbackFailed. A track
 // passes the first four to onTrackError; the player raises the others itself when a prepare
 // cannot be served.
@@ -66,14 +64,25 @@ class AudioTrack : public std::enable_shared_from_this<AudioTrack> {
                             std::map<std::string, std::string> const& metadata) = 0;
   };
 
-  // A new track that starts decoding `resource` at once, playing through `renderer` and
-  // reporting to `listener`; takes the token out of `token`. Never null: failures to open or
-  // decode arrive later through the listener's onTrackError. `config`, `renderer`, `listener`
-  // and `decoderFactory` (which may be null) must outlive the track. Command thread.
+  // What a track hands itself to whenever it enters its playing state: the player's renderer.
+  // Called on whichever thread moves the track into that state.
+  class Renderer {
+   public:
+    virtual ~Renderer() = default;
+    // Makes `track` the one whose buffers are played; an empty pointer detaches the current one.
+    virtual void render(std::shared_ptr<AudioTrack> track) = 0;
+  };
+
+  // A new track that starts decoding `resource` at once, playing through `renderer`, whose
+  // buffers carry time stamps as `mode` says, and reporting to `listener`; takes the token out
+  // of `token`. Never null: failures to open or decode arrive later through the listener's
+  // onTrackError. `config`, `renderer`, `listener` and `decoderFactory` (which may be null)
+  // must outlive the track. Command thread.
   static std::shared_ptr<AudioTrack> create(std::unique_ptr<AudioPlayer::Token>& token,
                                             AudioPlayer::Resource const& resource,
                                             PlaybackConfig const& config, int version,
-                                            AudioRenderer* renderer, EventListener* listener,
+                                            Renderer* renderer, AudioPlayer::TimestampMode mode,
+                                            EventListener* listener,
                                             DecoderDelegateFactory* decoderFactory);
 
   // The inclusive range of stream versions the decoding side accepts; (-1, -1), logged, when

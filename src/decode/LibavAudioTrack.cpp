@@ -1,10 +1,10 @@
 #include "decode/LibavAudioTrack.h"
 
 #include "common/ThreadName.h"
+#include "common/Time.h"
 
 #include "decode/AVDecoderDelegate.h"
 #include "decode/AVLogger.h"
-#include "render/AudioRenderer.h"
 
 #include <oru/Log.h>
 
@@ -16,18 +16,18 @@ constexpr unsigned kQueueBuffers = 20;
 constexpr uint32_t kPrebufferBuffers = 10;
 // Several end markers, so that a consumer that pops past one still finds the end.
 constexpr int kEndMarkers = 10;
-constexpr int64_t kNsPerMs = 1000000;
 
 }  // namespace
 
 std::shared_ptr<AudioTrack> AudioTrack::create(std::unique_ptr<AudioPlayer::Token>& token,
                                                AudioPlayer::Resource const& resource,
                                                PlaybackConfig const& config, int version,
-                                               AudioRenderer* renderer, EventListener* listener,
+                                               Renderer* renderer, AudioPlayer::TimestampMode mode,
+                                               EventListener* listener,
                                                DecoderDelegateFactory* decoderFactory) {
   AVLogger::install();
   auto wrapper = std::make_shared<AVWrapper>();
-  auto track = std::make_shared<LibavAudioTrack>(token, resource, config, version, renderer,
+  auto track = std::make_shared<LibavAudioTrack>(token, resource, config, version, renderer, mode,
                                                  listener, decoderFactory, std::move(wrapper));
   track->startDecodingThread();
   return track;
@@ -42,14 +42,16 @@ void AudioTrack::getSupportedVersions(int* minVersion, int* maxVersion) {
 
 LibavAudioTrack::LibavAudioTrack(std::unique_ptr<AudioPlayer::Token>& token,
                                  AudioPlayer::Resource const& resource,
-                                 PlaybackConfig const& config, int version, AudioRenderer* renderer,
-                                 EventListener* listener, DecoderDelegateFactory* decoderFactory,
+                                 PlaybackConfig const& config, int version, Renderer* renderer,
+                                 AudioPlayer::TimestampMode mode, EventListener* listener,
+                                 DecoderDelegateFactory* decoderFactory,
                                  std::shared_ptr<AVWrapper> wrapper)
     : AudioTrack(std::move(token), resource.uri),
       mResource(resource),
       mConfig(config),
       mVersion(version),
       mRenderer(renderer),
+      mMode(mode),
       mListener(listener),
       mQueue(kQueueBuffers),
       mPrebufferCount(kPrebufferBuffers),
@@ -201,7 +203,7 @@ void LibavAudioTrack::seek(unsigned offsetMs) {
 }
 
 void LibavAudioTrack::play(int64_t commonTime) {
-  if (mRenderer->timestampMode() == AudioPlayer::TIMESTAMP_STREAM) {
+  if (mMode == AudioPlayer::TIMESTAMP_STREAM) {
     LogMessage(LOG_INFO, kTag) << this << ": play";
   } else {
     LogMessage(LOG_INFO, kTag) << "play commonTime = " << commonTime;

@@ -18,8 +18,6 @@
 
 namespace oru {
 
-class AudioRenderer;
-
 // The engine's track: decodes one stream with FFmpeg (or a host decoder) on a decoding thread
 // of its own into a queue of 20 PCM buffers, hands them to the renderer once ten are queued,
 // and reports its state changes, progress, errors and metadata to its listener.
@@ -33,9 +31,9 @@ class AudioRenderer;
 class LibavAudioTrack : public AudioTrack {
  public:
   LibavAudioTrack(std::unique_ptr<AudioPlayer::Token>& token, AudioPlayer::Resource const& resource,
-                  PlaybackConfig const& config, int version, AudioRenderer* renderer,
-                  EventListener* listener, DecoderDelegateFactory* decoderFactory,
-                  std::shared_ptr<AVWrapper> wrapper);
+                  PlaybackConfig const& config, int version, Renderer* renderer,
+                  AudioPlayer::TimestampMode mode, EventListener* listener,
+                  DecoderDelegateFactory* decoderFactory, std::shared_ptr<AVWrapper> wrapper);
   // Stops and joins the decoding thread: clears the running flag (which aborts FFmpeg's
   // blocking reads), wakes a decoder waiting for a buffer and calls the resource's cancel
   // callback (which should make a blocked data callback return).
@@ -76,7 +74,8 @@ class LibavAudioTrack : public AudioTrack {
   AudioPlayer::Resource const mResource;
   PlaybackConfig const& mConfig;
   int const mVersion;
-  AudioRenderer* const mRenderer;
+  Renderer* const mRenderer;
+  AudioPlayer::TimestampMode const mMode;
   EventListener* const mListener;
 
   // Set from the command thread, used on the render thread.

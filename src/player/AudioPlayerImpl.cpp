@@ -30,6 +30,7 @@ AudioPlayer::Impl::Impl(AudioPlayer::EventListener* listener, PlaybackDelegate* 
                         DecoderDelegateFactory* factory)
     : mListener(listener),
       mConfig(readPlaybackConfig(*hw)),
+      mMode(mode),
       mRenderer(std::make_unique<AudioRenderer>(hw, clock, mode)),
       mDecoderFactory(factory) {
   AudioTrack::getSupportedVersions(&mMinVersion, &mMaxVersion);
@@ -138,7 +139,7 @@ void AudioPlayer::Impl::handlePrepare(PlayBehavior behavior, Resource const& res
   } else {
     LogMessage(LOG_INFO, kTag) << "defaultRate: " << mConfig.defaultRate;
     std::unique_ptr<Token> owned(token.clone());
-    track = AudioTrack::create(owned, resource, mConfig, version, mRenderer.get(), this,
+    track = AudioTrack::create(owned, resource, mConfig, version, mRenderer.get(), mMode, this,
                                mDecoderFactory);
   }
 

@@ -97,6 +97,7 @@ class AudioPlayer::Impl : public AudioTrack::EventListener {
   PlaybackConfig const mConfig;
   int mMinVersion = -1;
   int mMaxVersion = -1;
+  TimestampMode const mMode;
   std::unique_ptr<AudioRenderer> mRenderer;
   DecoderDelegateFactory* const mDecoderFactory;
 };

@@ -38,28 +38,25 @@ namespace oru {
 //   Started, Draining  track stopped or failed, thread ends (stop(FLUSH))    -> Stopped
 //   Draining   everything written has played (or played is unknown)        -> Stopped
 // A track whose stream ends is told it has been played out exactly once, from any state.
-class AudioRenderer {
+class AudioRenderer : public AudioTrack::Renderer {
  public:
   // Starts the render thread at once. `commonTime` is used only in TIMESTAMP_COMMON.
   AudioRenderer(PlaybackDelegate* hw, AudioPlayer::CommonTimeDelegate* commonTime,
                 AudioPlayer::TimestampMode mode);
   // Stops the render thread (see stop()).
-  ~AudioRenderer();
+  ~AudioRenderer() override;
 
   AudioRenderer(AudioRenderer const&) = delete;
   AudioRenderer& operator=(AudioRenderer const&) = delete;
 
   // Makes `track` the current track; an empty pointer detaches the current one (the device
   // then drains). Any thread.
-  void render(std::shared_ptr<AudioTrack> track);
+  void render(std::shared_ptr<AudioTrack> track) override;
 
   // Ends the render thread, which stops the device at once on its way out, and joins it. The
   // renderer then leaves the device alone; render() only records the track. Never call it on
   // the render thread. Idempotent.
   void stop();
-
-  // How the buffers' time stamps are read. Any thread.
-  AudioPlayer::TimestampMode timestampMode() const { return mMode; }
 
  private:
   enum HwState { kStopped = 0, kStarted = 1, kPaused = 2, kDraining = 3 };
