@@ -1,0 +1,159 @@
+#!/usr/bin/env bash
+# Which folder may include what. Dependencies run one way: the player sits on the renderer and
+# the decoding side, which meet only at the track interface and the FFmpeg facade; the decoding
+# side borrows the PCM plumbing that lives in render/; host components, tools, benchmarks and
+# examples use the engine only through its public headers.
+#
+# A row names a folder (or one file) and what the files below it may include: folders, or
+# single files. The row with the longest name that holds a file applies to it. include/oru
+# and host/oru/host hold the public headers of the engine and of the host components.
+#
+#   FILES IN                            MAY INCLUDE
+rules='
+include/oru                           include/oru
+src/common                            include/oru src/common
+src/decode                            include/oru src/common src/decode src/render/BufferQueue.h src/render/LibavResampler.h
+src/render                            include/oru src/common src/render src/decode/AudioTrack.h src/decode/AVWrapper.h src/decode/FFmpeg.h
+src/player                            include/oru src/common src/player src/decode/AudioTrack.h src/render/AudioRenderer.h
+src/gapless                           include/oru src/common src/gapless
+host                                  include/oru host
+host/oru/host                         include/oru host/oru/host
+tools/common                          include/oru host/oru/host tools/common
+tools/oruplay                         include/oru host/oru/host tools/common tools/oruplay
+tools/syncsim                         include/oru host/oru/host tools/common tools/syncsim
+bench                                 include/oru host/oru/host tools/common bench
+bench/LinearResamplerBenchmark.cpp    include/oru host/oru/host tools/common bench src/common/Time.h src/render/LinearResampler.h
+examples                              include/oru host/oru/host examples
+'
+# Includes that break the rule today and are on their way out: what the tools and benchmarks
+# share moves to tools/common, and the host's private headers leave its public folder. A row
+# that no include needs any more is reported, so that it is deleted.
+#
+#   FILE                                INCLUDES
+pending='
+tools/syncsim/main.cpp                tools/oruplay/QuietListener.h
+tools/syncsim/main.cpp                tools/oruplay/Session.h
+bench/BenchDevice.h                   host/Capabilities.h
+bench/BenchDevice.h                   tools/oruplay/QuietListener.h
+bench/MemoryBenchmark.cpp             tools/syncsim/RampSource.h
+bench/MemoryBenchmark.cpp             tools/oruplay/Session.h
+bench/PipelineBenchmark.cpp           tools/oruplay/Session.h
+bench/LatencyBenchmark.cpp            tools/oruplay/Session.h
+bench/RadioBenchmark.cpp              tools/oruplay/Session.h
+'
+#
+# Only quoted includes are checked: angle includes are system headers or public ones
+# (<oru/...>). A quoted include is looked up beside the including file first, then as the one
+# file outside tests/ whose path ends in it (as the build's include paths find it), then in
+# tests/. tests/ may include anything and is not checked. Prints each include that breaks the
+# rule, and each pending row no include needs, and exits 1.
+#
+#   check-includes.sh
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+export LC_ALL=C
+
+checked=()
+for folder in src include host tools bench examples; do
+  [ -d "$folder" ] && checked+=("$folder")
+done
+sources() {
+  find "$@" -type f \( -name '*.h' -o -name '*.hpp' -o -name '*.c' -o -name '*.cc' -o -name '*.cpp' \) |
+    sort
+}
+mapfile -t tree < <(sources "${checked[@]}")
+mapfile -t testTree < <(sources tests)
+
+declare -A allowed
+while read -r folder targets; do
+  [ -n "$folder" ] && allowed[$folder]=$targets
+done <<<"$rules"
+
+declare -A exception used
+mapfile -t pendingRows < <(awk 'NF { print $1 " " $2 }' <<<"$pending")
+for entry in "${pendingRows[@]}"; do
+  exception[$entry]=1
+done
+
+# The row that applies to a file: the longest folder or file name that holds it.
+rule_for() {
+  local path=$1
+  while [ "$path" != . ]; do
+    if [ -n "${allowed[$path]+set}" ]; then
+      echo "$path"
+      return
+    fi
+    path=$(dirname "$path")
+  done
+}
+
+# The file of the tree that `#include "$2"` in $1 names, or a reason why there is none.
+resolve() {
+  local from=$1 name=$2 beside found=()
+  beside=$(realpath -m --relative-to=. "$(dirname "$from")/$name")
+  if [ -f "$beside" ]; then
+    echo "$beside"
+    return
+  fi
+  local candidate
+  for candidate in "${tree[@]}"; do
+    [[ "$candidate" == "$name" || "$candidate" == */"$name" ]] && found+=("$candidate")
+  done
+  if [ ${#found[@]} -eq 0 ]; then
+    for candidate in "${testTree[@]}"; do
+      [[ "$candidate" == */"$name" ]] && found+=("$candidate")
+    done
+  fi
+  case ${#found[@]} in
+    0) echo "!not in the tree (a header from outside is included with <>)" ;;
+    1) echo "${found[0]}" ;;
+    *) echo "!ambiguous: ${found[*]}" ;;
+  esac
+}
+
+under() {  # whether path $1 is $2 or lies below it
+  [[ "$1" == "$2" || "$1" == "$2"/* ]]
+}
+
+failures=0
+report() {
+  echo "$1" >&2
+  failures=$((failures + 1))
+}
+
+for file in "${tree[@]}"; do
+  row=$(rule_for "$file")
+  if [ -z "$row" ]; then
+    report "$file: no rule says what this folder may include (add a row to scripts/check-includes.sh)"
+    continue
+  fi
+  while IFS=: read -r line text; do
+    name=$(sed -E 's/^[[:space:]]*#[[:space:]]*include[[:space:]]*"([^"]*)".*/\1/' <<<"$text")
+    target=$(resolve "$file" "$name")
+    if [[ "$target" == '!'* ]]; then
+      report "$file:$line: #include \"$name\": ${target#!}"
+      continue
+    fi
+    ok=
+    for folder in ${allowed[$row]}; do
+      under "$target" "$folder" && ok=1
+    done
+    if [ -z "$ok" ] && [ -n "${exception["$file $target"]+set}" ]; then
+      used["$file $target"]=1
+      ok=1
+    fi
+    [ -n "$ok" ] ||
+      report "$file:$line: #include \"$name\" ($target): files in $row may include only ${allowed[$row]// /, }"
+  done < <(grep -nE '^[[:space:]]*#[[:space:]]*include[[:space:]]*"' "$file" | tr -d '\r' || true)
+done
+
+for entry in "${pendingRows[@]}"; do
+  [ -n "${used[$entry]+set}" ] ||
+    report "scripts/check-includes.sh: pending include no longer needed, delete its row: $entry"
+done
+
+if [ "$failures" -gt 0 ]; then
+  echo "check-includes: $failures finding(s)" >&2
+  exit 1
+fi
+echo "check-includes: every quoted include of ${checked[*]} keeps the rule"
