@@ -6,6 +6,9 @@ namespace oru {
 
 constexpr int64_t kNsPerSecond = 1000000000;
 constexpr int64_t kNsPerMs = 1000000;
+constexpr int64_t kUsPerMs = 1000;
+// A rate difference of 1 is this many parts per million.
+constexpr double kPartsPerMillion = 1e6;
 
 // The duration of `frames` at `rate`, ns, rounded toward zero as frames x 1e9 / rate would be;
 // 0 when there is no rate. Whole seconds and the remainder are converted apart, so the product

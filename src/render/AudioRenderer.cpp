@@ -17,15 +17,15 @@ namespace {
 constexpr char kTag[] = "AudioRenderer";
 // A buffer whose local time misses the prediction by more than this re-initialises drift
 // correction with fresh rates from the clock.
-constexpr uint64_t kMaxPredictionMissNs = 4000000;
+constexpr uint64_t kMaxPredictionMissNs = 4 * kNsPerMs;
 // Between re-initialisations, an offset between where the device presents the stream and
 // where its time stamps say it belongs is corrected over this long, at most this fast: a
 // frame (20.8 us at 48 kHz) costs 2 ppm, inaudible.
-constexpr double kSyncHorizonNs = 10e9;
+constexpr double kSyncHorizonNs = 10 * kNsPerSecond;
 constexpr double kMaxSyncCorrectionPpm = 20;
 // The resampler may produce a few frames more than it consumes.
 constexpr unsigned int kResamplingHeadroomFrames = 4;
-constexpr useconds_t kPollIntervalUs = 1000;
+constexpr useconds_t kPollIntervalUs = kUsPerMs;
 
 uint64_t absoluteDifference(int64_t a, int64_t b) {
   // Computed in unsigned arithmetic so that far-apart values cannot overflow.
@@ -33,9 +33,12 @@ uint64_t absoluteDifference(int64_t a, int64_t b) {
                : static_cast<uint64_t>(b) - static_cast<uint64_t>(a);
 }
 
+// A little under 2^63: every double of a smaller magnitude converts to int64_t.
+constexpr double kInt64SafeMagnitude = 9.2e18;
+
 // Truncates toward zero; values beyond the 64-bit range (or NaN) count as no shift at all.
 int64_t truncateToInt64(double value) {
-  if (!(std::fabs(value) < 9.2e18)) {
+  if (!(std::fabs(value) < kInt64SafeMagnitude)) {
     return 0;
   }
   return static_cast<int64_t>(value);
@@ -253,8 +256,8 @@ void AudioRenderer::updateRates(int64_t local) {
   // The offset of the device's continuous output from the time stamps is corrected on top.
   double const offsetNs =
       static_cast<double>(mSyncOrigin + framesToNs(mFramesWritten) + lagNs() - local);
-  double const sync =
-      std::clamp(offsetNs / kSyncHorizonNs * 1e6, -kMaxSyncCorrectionPpm, kMaxSyncCorrectionPpm);
+  double const sync = std::clamp(offsetNs / kSyncHorizonNs * kPartsPerMillion,
+                                 -kMaxSyncCorrectionPpm, kMaxSyncCorrectionPpm);
   // On the drift's side: unlike the host's correction, it must not move the time stamps.
   mResampler->setRates(mCommonTime->getDriftPpm() + sync, mCommonTime->getCorrectionPpm());
 }

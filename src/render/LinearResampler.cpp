@@ -1,5 +1,7 @@
 #include "render/LinearResampler.h"
 
+#include "common/Time.h"
+
 #include <oru/Log.h>
 
 #include <algorithm>
@@ -168,8 +170,8 @@ void LinearResampler::init(double driftPpm, double correctionPpm) {
 void LinearResampler::setRates(double driftPpm, double correctionPpm) {
   mTimeShiftBefore = timeShift();
   mFramesProduced = 0;
-  mStep = (driftPpm + correctionPpm) / 1000000.0;
-  mTimeShiftPerFrame = -(correctionPpm * mTimeBase / mRate) / 1000000.0;
+  mStep = (driftPpm + correctionPpm) / kPartsPerMillion;
+  mTimeShiftPerFrame = -(correctionPpm * mTimeBase / mRate) / kPartsPerMillion;
 }
 
 void LinearResampler::resample(unsigned int& inFrames, void const* in, unsigned int& outFrames,
