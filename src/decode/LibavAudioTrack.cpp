@@ -66,7 +66,6 @@ LibavAudioTrack::~LibavAudioTrack() {
   LogMessage(LOG_DETAIL, kTag) << this << ": Stopped decoding thread";
   mDemuxer.reset();
   mDecoder.reset();
-  mDecodingThread.detach();
 }
 
 void LibavAudioTrack::startDecodingThread() {

@@ -23,6 +23,18 @@ bool sameTrack(AudioPlayer::Token const& a, AudioPlayer::Token const& b) {
   }
 }
 
+// The metadata text handed to the host: {"key":"value",...} in key order, unescaped.
+std::string metadataToText(std::map<std::string, std::string> const& metadata) {
+  std::string text = "{";
+  for (auto const& [key, value] : metadata) {
+    if (text.size() > 1) {
+      text += ",";
+    }
+    text += "\"" + key + "\":\"" + value + "\"";
+  }
+  return text + "}";
+}
+
 }  // namespace
 
 AudioPlayer::Impl::Impl(AudioPlayer::EventListener* listener, PlaybackDelegate* hw,
@@ -290,17 +302,6 @@ void AudioPlayer::Impl::onMetadata(AudioTrack* track,
                                    std::map<std::string, std::string> const& metadata) {
   std::string text = metadataToText(metadata);
   postReport(track, [=](TrackRef const& ref) { onMetadataImpl(ref, text); });
-}
-
-std::string AudioPlayer::Impl::metadataToText(std::map<std::string, std::string> const& metadata) {
-  std::string text = "{";
-  for (auto const& [key, value] : metadata) {
-    if (text.size() > 1) {
-      text += ",";
-    }
-    text += "\"" + key + "\":\"" + value + "\"";
-  }
-  return text + "}";
 }
 
 void AudioPlayer::Impl::onTrackStateChangeImpl(TrackRef const& ref, AudioTrack::State oldState,

@@ -58,9 +58,6 @@ class AudioPlayer::Impl : public AudioTrack::EventListener {
   void onTrackError(AudioTrack* track, MediaError error, std::string const& message) override;
   void onMetadata(AudioTrack* track, std::map<std::string, std::string> const& metadata) override;
 
-  // The metadata text handed to the host: {"key":"value",...} in key order, unescaped.
-  static std::string metadataToText(std::map<std::string, std::string> const& metadata);
-
  private:
   using TrackRef = std::weak_ptr<AudioTrack>;
 

@@ -18,19 +18,12 @@ void Loop::run() {
   mThread = boost::thread([this] { threadFunc(); });
 }
 
-void Loop::enqueue(std::function<void()>&& closure) {
+void Loop::post(std::function<void()> const& closure) {
   {
     boost::lock_guard<boost::mutex> lock(mMutex);
-    mQueue.push_back(std::move(closure));
+    mQueue.push_back(closure);
   }
   mCondition.notify_all();
-}
-
-void Loop::post(std::function<void()> const& closure) { enqueue(std::function<void()>(closure)); }
-
-void Loop::post(std::function<void()>& closure) {
-  enqueue(std::move(closure));
-  closure = nullptr;
 }
 
 bool Loop::isLoopThread() {
@@ -38,14 +31,6 @@ bool Loop::isLoopThread() {
 }
 
 void Loop::execOrPost(std::function<void()> const& closure) {
-  if (isLoopThread()) {
-    closure();
-  } else {
-    post(closure);
-  }
-}
-
-void Loop::execOrPost(std::function<void()>& closure) {
   if (isLoopThread()) {
     closure();
   } else {

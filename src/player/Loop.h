@@ -36,12 +36,9 @@ class Loop {
 
   // Appends a copy of `closure` to the queue.
   void post(std::function<void()> const& closure);
-  // Appends `closure` to the queue, moving it in; `closure` is left empty.
-  void post(std::function<void()>& closure);
 
   // On the command thread, calls `closure` at once; on any other thread, posts it.
   void execOrPost(std::function<void()> const& closure);
-  void execOrPost(std::function<void()>& closure);
 
   // Posts a closure that ends the thread once everything queued before it has run, then joins
   // the thread. Closures posted after it never run.
@@ -51,7 +48,6 @@ class Loop {
   void threadFunc();
   void stopInternal();
   bool isLoopThread();
-  void enqueue(std::function<void()>&& closure);
 
   // Guards mQueue and mRunning.
   boost::mutex mMutex;
