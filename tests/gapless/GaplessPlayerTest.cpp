@@ -84,7 +84,7 @@ TEST_F(GaplessPlayerTest, StatesBeforeTheirTrack_KeepAStartAndLoseAnEnd_UnlessCl
   prepare("3", AudioPlayer::ENQUEUE, "c");
   EXPECT_TRUE(track("a") && !track("b"));
   EXPECT_EQ(track("c")->startOffsetMs, GaplessLogicalTrack::kOffsetUnset) << "states dropped";
-  player->removeTracksBeforeStream(PhysicalToken("nowhere"));
+  player->onPhysicalStreamReady(PhysicalToken("nowhere"));
   EXPECT_FALSE(track("a") || track("c")) << "no entry has that stream: the list empties";
 }
 
