@@ -1,5 +1,7 @@
 #include "gapless/AudioPlayerListener.h"
 
+#include "common/Tokens.h"
+
 #include <oru/Log.h>
 
 namespace oru {
@@ -156,7 +158,7 @@ void AudioPlayerListener::playbackFailed(AudioPlayer::Token const& failedToken,
                                 << " No logical token for physical token: " << failedToken;
     return;
   }
-  if (failedToken.compare(playingToken) == 0) {
+  if (sameToken(failedToken, playingToken)) {
     mHostListener->playbackFailed(*currentLogical, error, message, *currentLogical, state,
                                   logicalPosition);
   } else {

@@ -1,5 +1,7 @@
 #include <oru/GaplessPlayer.h>
 
+#include "common/Tokens.h"
+
 #include "gapless/AudioPlayerListener.h"
 
 #include <oru/Log.h>
@@ -158,15 +160,10 @@ std::unique_ptr<GaplessLogicalTrack> firstCopy(std::list<GaplessLogicalTrack> co
   return nullptr;
 }
 
-// A host may prepare streams through the inherited prepare, with tokens of its own: those name
-// no logical track (and PhysicalToken::compare would throw on them).
-bool isPhysical(AudioPlayer::Token const& token) {
-  return dynamic_cast<PhysicalToken const*>(&token) != nullptr;
-}
-
-// True when `token` names the stream of `entry`.
+// True when `token` names the stream of `entry`. A host may prepare streams through the
+// inherited prepare, with tokens of its own: those name no logical track.
 bool onStream(GaplessLogicalTrack const& entry, AudioPlayer::Token const& token) {
-  return isPhysical(token) && entry.physicalToken->compare(token) == 0;
+  return sameToken(*entry.physicalToken, token);
 }
 
 // Asks the host, if it gave a token delegate, to store `token` in an entry found again.
@@ -198,7 +195,7 @@ std::unique_ptr<GaplessLogicalTrack> GaplessPlayer::getCurrentLogicalTrackFromLo
     Token const& logicalToken) const {
   std::lock_guard<std::mutex> lock(mListMutex);
   return firstCopy(mLogicalTrackList, [&](GaplessLogicalTrack const& entry) {
-    return entry.logicalToken->compare(logicalToken) == 0;
+    return sameToken(*entry.logicalToken, logicalToken);
   });
 }
 
@@ -353,8 +350,8 @@ std::unique_ptr<GaplessLogicalTrack> GaplessPlayer::updateTrackForReuse(
   std::lock_guard<std::mutex> lock(mListMutex);
   for (GaplessLogicalTrack& entry : mLogicalTrackList) {
     if (entry.streamUrl == track->streamUrl && entry.trackId == track->trackId &&
-        entry.logicalToken->compare(*track->logicalToken) == 0 &&
-        entry.physicalToken->compare(*track->physicalToken) == 0) {
+        sameToken(*entry.logicalToken, *track->logicalToken) &&
+        sameToken(*entry.physicalToken, *track->physicalToken)) {
       updateToken(mTrackTokenDelegate, entry, token);
       return entry.clone();
     }
@@ -380,7 +377,8 @@ void GaplessPlayer::removeStreamFromLogicalTrackList(Token const& physicalToken)
 }
 
 void GaplessPlayer::removeTracksBeforeStream(Token const& physicalToken) {
-  if (!isPhysical(physicalToken)) {
+  if (mLogicalTrackList.empty() ||
+      !sameClass(*mLogicalTrackList.front().physicalToken, physicalToken)) {
     return;  // a stream the host prepared through the inherited prepare
   }
   while (!mLogicalTrackList.empty() && !onStream(mLogicalTrackList.front(), physicalToken)) {

@@ -1,27 +1,17 @@
 #include "player/AudioPlayerImpl.h"
 
+#include "common/Tokens.h"
+
 #include "player/PlaybackConfig.h"
 
 #include <oru/Log.h>
 
 #include <algorithm>
-#include <typeinfo>
 
 namespace oru {
 namespace {
 
 constexpr char kTag[] = "AudioPlayer";
-
-// True when `a` and `b` name the same track. A host that drives a gapless player through the
-// inherited prepare mixes its own tokens with the player's, and a class may throw when compared
-// with another (PhysicalToken throws std::bad_cast): tokens of different classes differ.
-bool sameTrack(AudioPlayer::Token const& a, AudioPlayer::Token const& b) {
-  try {
-    return a.compare(b) == 0;
-  } catch (std::bad_cast const&) {
-    return false;
-  }
-}
 
 // The metadata text handed to the host: {"key":"value",...} in key order, unescaped.
 std::string metadataToText(std::map<std::string, std::string> const& metadata) {
@@ -139,7 +129,7 @@ void AudioPlayer::Impl::handlePrepare(PlayBehavior behavior, Resource const& res
 
   std::shared_ptr<AudioTrack> track;
   for (auto const& queued : mQueue) {
-    if (sameTrack(queued->token(), token) && queued->uri() == resource.uri) {
+    if (sameToken(queued->token(), token) && queued->uri() == resource.uri) {
       track = queued;
       break;
     }
@@ -196,7 +186,7 @@ void AudioPlayer::Impl::handlePlay(Token const& token, long long commonTime) {
   LogMessage(LOG_INFO, kTag) << "handlePlay token: " << token << " commonTime: " << commonTime;
   if (mQueue.empty()) {
     LogMessage(LOG_ERROR, kTag) << "Cannot play: the queue is empty";
-  } else if (sameTrack(mQueue.front()->token(), token)) {
+  } else if (sameToken(mQueue.front()->token(), token)) {
     mQueue.front()->play(commonTime);
   } else {
     LogMessage(LOG_ERROR, kTag) << "Cannot play: expected token '" << mQueue.front()->token()
@@ -270,7 +260,7 @@ void AudioPlayer::Impl::notifyIfNextIsReady(bool afterFailure) {
 }
 
 bool AudioPlayer::Impl::isHead(AudioTrack const& track) const {
-  return !mQueue.empty() && sameTrack(mQueue.front()->token(), track.token());
+  return !mQueue.empty() && sameToken(mQueue.front()->token(), track.token());
 }
 
 void AudioPlayer::Impl::postReport(AudioTrack* track, std::function<void(TrackRef const&)> report) {

@@ -183,6 +183,8 @@ TEST_F(GaplessPlayerTest, PhysicalEvents_GoToTheLogicalTrackPlayingAtTheirPositi
   translator.progressReportIntervalElapsed(elsewhere, 5);
   translator.playbackFailed(elsewhere, AudioPlayer::MEDIA_ERROR_FORMAT, "boom", album(),
                             AudioPlayer::STATE_PLAYING, 10);
+  translator.playbackFailed(NamedToken("host"), AudioPlayer::MEDIA_ERROR_FORMAT, "boom", album(),
+                            AudioPlayer::STATE_PLAYING, 10);  // a track of the inherited prepare
   translator.playbackStarted(album(), 0);
   EXPECT_EQ(track("a")->startOffsetMs, 0) << "a fresh head starts at the stream's start";
   state(State::TRACK_END, "A", 200000);
