@@ -79,93 +79,120 @@ void AudioRenderer::renderThread() {
   clearState();
   std::shared_ptr<AudioTrack> track;  // the track this pass works on
   uint64_t trackRenderCount = 0;      // mRenderCount when it was taken
-  for (;;) {
-    std::shared_ptr<AudioTrack> current;
-    {
-      boost::unique_lock<boost::mutex> lock(mMutex);
-      if (!track) {
-        while (mRunning && !mCurrentTrack) {
-          mCondition.wait(lock);
-          LogMessage(LOG_DETAIL, kTag) << "renderThread: after wait";
-        }
-      }
-      current = mCurrentTrack;
-      trackRenderCount = mRenderCount;
-      if (!mRunning) {
-        lock.unlock();
-        hwStop(STOP_FLUSH);
-        return;
-      }
-    }
-    // The reference to the previous track, maybe its last one, goes outside the lock.
-    track = std::move(current);
+  while (takeCurrentTrack(track, trackRenderCount)) {
     if (!track) {
       hwStop(STOP_DRAIN);
-      continue;
-    }
-
-    bool dropTrack = false;
-    PcmBuffer* buffer = nullptr;
-    switch (track->getNextBuffer(&buffer)) {
-      case AudioTrack::Buffering:
-        usleep(kPollIntervalUs);
-        break;
-      case AudioTrack::FormatChanged:
-        mResampler =
-            LinearResampler::create(buffer->format, buffer->channels, buffer->rate, kNsPerSecond);
-        // A new resampler has no rates yet: the first buffer must miss any prediction.
-        mNextLocalTime = std::numeric_limits<int64_t>::max();
-        hwStop(STOP_DRAIN);
-        [[fallthrough]];
-      case AudioTrack::Playing: {
-        int const result = renderBuffer(track.get(), buffer);
-        if (result == 0) {
-          updatePosition(track.get());
-        }
-        track->releaseBuffer(buffer);
-        if (result != 0) {
-          track->onRenderError(result);
-          dropTrack = true;
-        }
-        break;
-      }
-      case AudioTrack::Paused:
-      case AudioTrack::PausedTransient:
-        hwPause();
-        dropTrack = true;
-        break;
-      case AudioTrack::Underrun:
-        updatePosition(track.get());
-        if (mHwState == kStarted) {
-          hwUnderrun();
-        } else {
-          usleep(kPollIntervalUs);  // nothing to signal to: wait as while buffering, not spin
-        }
-        break;
-      case AudioTrack::Finished:
-        // The audio a paused device holds is played out, not discarded: start it again first.
-        if (mHwState == kPaused && hwStart(mStartTime, mFormat, mChannels, mRate) != 0) {
-          clearState();
-        }
-        hwStop(STOP_DRAIN);
-        dropTrack = checkDrained(track.get());
-        break;
-      default:
-        hwStop(STOP_FLUSH);
-        dropTrack = true;
-        break;
-    }
-
-    if (dropTrack) {
-      {
-        boost::lock_guard<boost::mutex> lock(mMutex);
-        if (mCurrentTrack == track && mRenderCount == trackRenderCount) {
-          mCurrentTrack.reset();
-        }
-      }
-      track.reset();  // outside the lock: it may be the last reference
+    } else if (renderNext(track.get())) {
+      dropTrack(track, trackRenderCount);
     }
   }
+}
+
+bool AudioRenderer::takeCurrentTrack(std::shared_ptr<AudioTrack>& track, uint64_t& renderCount) {
+  std::shared_ptr<AudioTrack> current;
+  {
+    boost::unique_lock<boost::mutex> lock(mMutex);
+    if (!track) {
+      while (mRunning && !mCurrentTrack) {
+        mCondition.wait(lock);
+        LogMessage(LOG_DETAIL, kTag) << "renderThread: after wait";
+      }
+    }
+    current = mCurrentTrack;
+    renderCount = mRenderCount;
+    if (!mRunning) {
+      lock.unlock();
+      hwStop(STOP_FLUSH);
+      return false;
+    }
+  }
+  // The reference to the previous track, maybe its last one, goes outside the lock.
+  track = std::move(current);
+  return true;
+}
+
+void AudioRenderer::dropTrack(std::shared_ptr<AudioTrack>& track, uint64_t renderCount) {
+  {
+    boost::lock_guard<boost::mutex> lock(mMutex);
+    if (mCurrentTrack == track && mRenderCount == renderCount) {
+      mCurrentTrack.reset();
+    }
+  }
+  track.reset();  // outside the lock: it may be the last reference
+}
+
+bool AudioRenderer::renderNext(AudioTrack* track) {
+  PcmBuffer* buffer = nullptr;
+  int const answer = track->getNextBuffer(&buffer);
+  switch (answer) {
+    case AudioTrack::Buffering:
+      return waitForBuffers();
+    case AudioTrack::FormatChanged:
+      return playNewFormat(track, buffer);
+    case AudioTrack::Playing:
+      return playBuffer(track, buffer);
+    case AudioTrack::Underrun:
+      return handleUnderrun(track);
+    case AudioTrack::Finished:
+      return finishTrack(track);
+    default:
+      return leaveTrack(answer);
+  }
+}
+
+bool AudioRenderer::waitForBuffers() {
+  usleep(kPollIntervalUs);
+  return false;
+}
+
+bool AudioRenderer::playNewFormat(AudioTrack* track, PcmBuffer* buffer) {
+  mResampler =
+      LinearResampler::create(buffer->format, buffer->channels, buffer->rate, kNsPerSecond);
+  // A new resampler has no rates yet: the first buffer must miss any prediction.
+  mNextLocalTime = std::numeric_limits<int64_t>::max();
+  hwStop(STOP_DRAIN);
+  return playBuffer(track, buffer);
+}
+
+bool AudioRenderer::playBuffer(AudioTrack* track, PcmBuffer* buffer) {
+  int const result = renderBuffer(track, buffer);
+  if (result == 0) {
+    updatePosition(track);
+  }
+  track->releaseBuffer(buffer);
+  if (result != 0) {
+    track->onRenderError(result);
+    return true;
+  }
+  return false;
+}
+
+bool AudioRenderer::handleUnderrun(AudioTrack* track) {
+  updatePosition(track);
+  if (mHwState == kStarted) {
+    hwUnderrun();
+  } else {
+    usleep(kPollIntervalUs);  // nothing to signal to: wait as while buffering, not spin
+  }
+  return false;
+}
+
+bool AudioRenderer::finishTrack(AudioTrack* track) {
+  // The audio a paused device holds is played out, not discarded: start it again first.
+  if (mHwState == kPaused && hwStart(mStartTime, mFormat, mChannels, mRate) != 0) {
+    clearState();
+  }
+  hwStop(STOP_DRAIN);
+  return checkDrained(track);
+}
+
+bool AudioRenderer::leaveTrack(int state) {
+  if (state == AudioTrack::Paused || state == AudioTrack::PausedTransient) {
+    hwPause();
+  } else {
+    hwStop(STOP_FLUSH);
+  }
+  return true;
 }
 
 int AudioRenderer::renderBuffer(AudioTrack* track, PcmBuffer const* buffer) {

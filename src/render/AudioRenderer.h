@@ -63,6 +63,30 @@ class AudioRenderer : public AudioTrack::Renderer {
 
   // Everything below runs on the render thread.
   void renderThread();
+  // Waits, unless `track` is still being worked on, for a current track or the end of the
+  // thread, then makes `track` the current track (which may be none) and `renderCount` the
+  // count of render() calls that set it. False once the renderer stops: the device has been
+  // flushed then.
+  bool takeCurrentTrack(std::shared_ptr<AudioTrack>& track, uint64_t& renderCount);
+  // Lets go of `track`, and of the current track too unless render() was called since.
+  void dropTrack(std::shared_ptr<AudioTrack>& track, uint64_t renderCount);
+  // Asks `track` for its next buffer and acts on the answer, with one of the handlers below.
+  // True when the renderer is done with the track.
+  bool renderNext(AudioTrack* track);
+  // Buffering: polls again after a short wait.
+  bool waitForBuffers();
+  // FormatChanged: a fresh drift resampler, the device drained for the new format, then the
+  // buffer played.
+  bool playNewFormat(AudioTrack* track, PcmBuffer* buffer);
+  // Playing: writes the buffer and gives it back; a failed write ends the track.
+  bool playBuffer(AudioTrack* track, PcmBuffer* buffer);
+  // Underrun: reports the position and tells the device, which keeps playing what it has.
+  bool handleUnderrun(AudioTrack* track);
+  // Finished: drains the device and, once it has played everything, tells the track.
+  bool finishTrack(AudioTrack* track);
+  // Any other answer, the track's state when it is not playing: a paused track pauses the
+  // device, a stopped or failed one flushes it.
+  bool leaveTrack(int state);
   // Writes one buffer: 0, or the device's or the clock's error.
   int renderBuffer(AudioTrack* track, PcmBuffer const* buffer);
   // TIMESTAMP_COMMON, between re-initialisations: the drift resampler's rates for the buffer
