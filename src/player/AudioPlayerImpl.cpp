@@ -113,27 +113,11 @@ void AudioPlayer::Impl::handlePrepare(PlayBehavior behavior, Resource const& res
                              << " uri: " << LogMessage::ipAddressFilter(resource.uri)
                              << " token: " << token << " offsetMs: " << offsetMs
                              << " version: " << version;
-
-  if (char const* failure = checkHardwareConfig()) {
-    LogMessage(LOG_ERROR, kTag) << failure;
-    mListener->playbackFailed(token, MEDIA_ERROR_INTERNAL, failure, token, STATE_STOPPED, 0);
-    return;
-  }
-  if (version < 0 || version < mMinVersion || version > mMaxVersion) {
-    LogMessage(LOG_ERROR, kTag) << "Invalid player version: " << version
-                                << " expected: " << mMinVersion << " " << mMaxVersion;
-    mListener->playbackFailed(token, MEDIA_ERROR_INTERNAL, Failure::kVersion, token, STATE_STOPPED,
-                              0);
+  if (!canPrepare(token, version)) {
     return;
   }
 
-  std::shared_ptr<AudioTrack> track;
-  for (auto const& queued : mQueue) {
-    if (sameToken(queued->token(), token) && queued->uri() == resource.uri) {
-      track = queued;
-      break;
-    }
-  }
+  std::shared_ptr<AudioTrack> track = findTrack(token, resource.uri);
   bool const reused = track != nullptr;
   if (reused) {
     LogMessage(LOG_INFO, kTag) << "Reusing existing track";
@@ -144,7 +128,45 @@ void AudioPlayer::Impl::handlePrepare(PlayBehavior behavior, Resource const& res
     track = AudioTrack::create(owned, resource, mConfig, version, mRenderer.get(), mMode, this,
                                mDecoderFactory);
   }
+  queueTrack(behavior, track, reused);
 
+  track->setProgressReportDelay(delayMs);
+  track->setProgressReportInterval(intervalMs);
+  track->seek(offsetMs);
+
+  if (behavior == REPLACE_ALL || mQueue.size() == 1) {
+    notifyIfNextIsReady(false);
+  }
+}
+
+bool AudioPlayer::Impl::canPrepare(Token const& token, int version) {
+  if (char const* failure = checkHardwareConfig()) {
+    LogMessage(LOG_ERROR, kTag) << failure;
+    mListener->playbackFailed(token, MEDIA_ERROR_INTERNAL, failure, token, STATE_STOPPED, 0);
+    return false;
+  }
+  if (version < 0 || version < mMinVersion || version > mMaxVersion) {
+    LogMessage(LOG_ERROR, kTag) << "Invalid player version: " << version
+                                << " expected: " << mMinVersion << " " << mMaxVersion;
+    mListener->playbackFailed(token, MEDIA_ERROR_INTERNAL, Failure::kVersion, token, STATE_STOPPED,
+                              0);
+    return false;
+  }
+  return true;
+}
+
+std::shared_ptr<AudioTrack> AudioPlayer::Impl::findTrack(Token const& token,
+                                                         std::string const& uri) const {
+  for (auto const& queued : mQueue) {
+    if (sameToken(queued->token(), token) && queued->uri() == uri) {
+      return queued;
+    }
+  }
+  return nullptr;
+}
+
+void AudioPlayer::Impl::queueTrack(PlayBehavior behavior, std::shared_ptr<AudioTrack> const& track,
+                                   bool reused) {
   switch (behavior) {
     case ENQUEUE:
       if (!reused) {
@@ -170,14 +192,6 @@ void AudioPlayer::Impl::handlePrepare(PlayBehavior behavior, Resource const& res
       break;
     default:
       break;  // prepared, but the queue is left as it is
-  }
-
-  track->setProgressReportDelay(delayMs);
-  track->setProgressReportInterval(intervalMs);
-  track->seek(offsetMs);
-
-  if (behavior == REPLACE_ALL || mQueue.size() == 1) {
-    notifyIfNextIsReady(false);
   }
 }
 

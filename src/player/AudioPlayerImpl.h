@@ -79,6 +79,12 @@ class AudioPlayer::Impl : public AudioTrack::EventListener {
 
   // The text of the first hardware capability that makes prepare fail, or null.
   char const* checkHardwareConfig() const;
+  // Whether the device and `version` allow a prepare; when they do not, the host is told.
+  bool canPrepare(Token const& token, int version);
+  // The queued track of this token and stream, which a prepare reuses, or null.
+  std::shared_ptr<AudioTrack> findTrack(Token const& token, std::string const& uri) const;
+  // Puts a prepared track in the queue as `behavior` says; a reused one is there already.
+  void queueTrack(PlayBehavior behavior, std::shared_ptr<AudioTrack> const& track, bool reused);
   bool isHead(AudioTrack const& track) const;
   void stopPlayback();
   void deleteTrack(AudioTrack const* track);
