@@ -16,6 +16,52 @@ constexpr char kTag[] = "GaplessPlayer";
 // Offsets and positions meet in 32 bits: an unset offset (all ones) is never passed.
 uint32_t low32(int64_t offset) { return static_cast<uint32_t>(offset); }
 
+// A REPLACE_ALL prepare. One of the logical track that is playing, found as `existing`,
+// resumes it: the host may update the entry's token, `startPosition` (inside the logical
+// track) becomes a position in the stream, and no entry is added. Any other clears what is
+// enqueued and adds an entry. Whether to add one.
+bool replaceAll(GaplessPlayer& player, std::string const& trackId, std::string const& streamUrl,
+                AudioPlayer::Token const& token, std::unique_ptr<GaplessLogicalTrack>& existing,
+                unsigned int& startPosition) {
+  LogMessage(LOG_INFO, kTag) << "prepare"
+                             << " behavior: REPLACE_ALL";
+  if (existing && existing->trackId == trackId && existing->started) {
+    LogMessage(LOG_INFO, kTag) << "prepare"
+                               << " resume identified trackId: " << trackId
+                               << " streamUrl: " << streamUrl;
+    startPosition += low32(existing->startOffsetMs);
+    existing = player.updateTrackForReuse(std::move(existing), token);
+    return false;
+  }
+  player.clearEnqueuedFromList();
+  return true;
+}
+
+// An ENQUEUE prepare adds an entry unless the track is enqueued already. Whether to add one.
+bool enqueue(GaplessPlayer& player, std::string const& trackId, std::string const& streamUrl,
+             AudioPlayer::Token const& token) {
+  LogMessage(LOG_INFO, kTag) << "prepare"
+                             << " behavior: ENQUEUE";
+  if (player.isTrackAlreadyEnqueuedInList(trackId, streamUrl, token)) {
+    LogMessage(LOG_INFO, kTag) << "prepare"
+                               << " not adding trackId: " << trackId << ", streamUrl: " << streamUrl
+                               << " as it is already present in list";
+    return false;
+  }
+  return true;
+}
+
+// A stream's physical token is shared by all its logical tracks: that of the entry found for
+// the stream, or a new one. The list entries and the base player keep clones of it.
+std::unique_ptr<PhysicalToken> physicalTokenOf(GaplessLogicalTrack const* existing,
+                                               std::string const& streamUrl) {
+  if (existing != nullptr) {
+    return std::unique_ptr<PhysicalToken>(
+        static_cast<PhysicalToken*>(existing->physicalToken->clone()));
+  }
+  return std::make_unique<PhysicalToken>(streamUrl);
+}
+
 }  // namespace
 
 GaplessPlayer::GaplessPlayer(EventListener* listener, PlaybackDelegate* hw,
@@ -66,18 +112,7 @@ void GaplessPlayer::prepare(std::string trackId, PlayBehavior behavior, Resource
   bool addToList = true;
   switch (behavior) {
     case REPLACE_ALL:
-      LogMessage(LOG_INFO, kTag) << "prepare"
-                                 << " behavior: REPLACE_ALL";
-      if (existing && existing->trackId == trackId && existing->started) {
-        LogMessage(LOG_INFO, kTag)
-            << "prepare"
-            << " resume identified trackId: " << trackId << " streamUrl: " << streamUrl;
-        startPosition += low32(existing->startOffsetMs);
-        existing = updateTrackForReuse(std::move(existing), token);
-        addToList = false;
-      } else {
-        clearEnqueuedFromList();
-      }
+      addToList = replaceAll(*this, trackId, streamUrl, token, existing, startPosition);
       openStream = true;
       break;
     case REPLACE_ENQUEUED:
@@ -86,15 +121,7 @@ void GaplessPlayer::prepare(std::string trackId, PlayBehavior behavior, Resource
       clearEnqueuedFromList();
       break;
     case ENQUEUE:
-      LogMessage(LOG_INFO, kTag) << "prepare"
-                                 << " behavior: ENQUEUE";
-      if (isTrackAlreadyEnqueuedInList(trackId, streamUrl, token)) {
-        LogMessage(LOG_INFO, kTag)
-            << "prepare"
-            << " not adding trackId: " << trackId << ", streamUrl: " << streamUrl
-            << " as it is already present in list";
-        addToList = false;
-      }
+      addToList = enqueue(*this, trackId, streamUrl, token);
       break;
     default:
       LogMessage(LOG_INFO, kTag) << "prepare"
@@ -102,14 +129,7 @@ void GaplessPlayer::prepare(std::string trackId, PlayBehavior behavior, Resource
       break;
   }
 
-  // A stream's physical token is shared by all its logical tracks; the list entries and the
-  // base player keep clones of it.
-  std::unique_ptr<PhysicalToken> physicalToken;
-  if (existing) {
-    physicalToken.reset(static_cast<PhysicalToken*>(existing->physicalToken->clone()));
-  } else {
-    physicalToken = std::make_unique<PhysicalToken>(streamUrl);
-  }
+  std::unique_ptr<PhysicalToken> const physicalToken = physicalTokenOf(existing.get(), streamUrl);
   if (addToList) {
     addTrackToLogicalTrackList(logicalToken.get(), trackId, streamUrl, physicalToken.get());
   }
