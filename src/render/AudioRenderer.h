@@ -80,7 +80,8 @@ class AudioRenderer : public AudioTrack::Renderer {
   bool playNewFormat(AudioTrack* track, PcmBuffer* buffer);
   // Playing: writes the buffer and gives it back; a failed write ends the track.
   bool playBuffer(AudioTrack* track, PcmBuffer* buffer);
-  // Underrun: reports the position and tells the device, which keeps playing what it has.
+  // Underrun: reports the position and signals the underrun to a started device with an
+  // empty write; without one, polls again after a short wait.
   bool handleUnderrun(AudioTrack* track);
   // Finished: drains the device and, once it has played everything, tells the track.
   bool finishTrack(AudioTrack* track);
