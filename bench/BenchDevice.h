@@ -1,19 +1,17 @@
-// The benchmarks' output device and listener, shared by the pipeline and memory benchmarks.
+// The benchmarks' output device and listener.
 #pragma once
 
-#include "Capabilities.h"
-#include "QuietListener.h"
-
 #include <oru/AudioPlayer.h>
-#include <oru/host/Pacer.h>
+#include <oru/host/EventListenerBase.h>
+#include <oru/host/NullOutput.h>
 #include <oru/host/SystemClock.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
 
@@ -43,57 +41,58 @@ class Signal {
 };
 
 // A device that takes 16-bit stereo at 48 kHz, either at once (speed-up 0) or paced at a
-// multiple of real time. It keeps nothing and counts what it took; once `frameLimit` frames
-// have been taken it ends the run. It notes when it was first offered data and when it was
-// first stopped (steady clock, ns). Called on the render thread; the counts are read by any.
-class BenchDevice : public oru::PlaybackDelegate {
+// multiple of real time: a NullOutput that counts its writes, notes when it was first offered
+// data and when it was first stopped (local clock, ns), and ends the run once `frameLimit`
+// frames have been taken. It reports no played frames, so that the renderer counts what it
+// wrote as played and never waits for a drain: the benchmarks time the engine, not a device.
+// Called on the render thread; the counts are read by any.
+class BenchDevice : public oru::host::NullOutput {
  public:
   static constexpr int kRate = 48000;
 
   BenchDevice(int speedUp, Signal& ending, int64_t frameLimit = INT64_MAX)
-      : mEnding(ending), mFrameLimit(frameLimit) {
-    if (speedUp > 0) {
-      mPacer.emplace(kRate * speedUp);
-    }
-  }
+      : NullOutput(speedUp > 0 ? kRealTime : kUnpaced, kRate, kRate * std::max(speedUp, 1),
+                   oru::host::LocalClock::monotonic()),
+        mEnding(ending),
+        mFrameLimit(frameLimit) {}
 
-  int start(oru::AudioFormat, int) override {
-    if (mPacer) {
-      mPacer->restart();
-    }
-    return 0;
+  void stop(oru::StopBehavior behavior) override {
+    noteOnce(firstStopNs);
+    NullOutput::stop(behavior);
   }
-  void stop(oru::StopBehavior) override { noteOnce(mFirstStopNs); }
-  int write(long long, void const* data, unsigned* frames) override {
+  int write(long long timestamp, void const* data, unsigned* frames) override {
     if (data == nullptr) {
       // Starving: wait as a device would until it can take data, rather than let the render
-      // thread spin.
+      // thread spin; as briefly paced as not, so that a fast device stays fast.
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
       return 0;
     }
-    noteOnce(mFirstWriteNs);
-    if (mPacer) {
-      mPacer->wait(*frames);
-    }
-    ++mWrites;
-    if ((mFrames += *frames) >= mFrameLimit) {
+    noteOnce(firstWriteNs);
+    NullOutput::write(timestamp, data, frames);
+    ++writes;
+    if (framesTaken() >= mFrameLimit) {
       mEnding.raise("limit");
     }
     return 0;
   }
   long long getPlayedFrames() override { return -1; }
+  // 16-bit only, so that the engine converts every stream to it.
   oru::PlaybackCapabilities getPlaybackConfig() override {
-    return oru::host::oneRateCapabilities(mRate, oru::PCM_S16, &mFormat, 1);
+    oru::PlaybackCapabilities caps = NullOutput::getPlaybackConfig();
+    caps.supportedFormats = &kFormat;
+    caps.supportedFormatCount = 1;
+    return caps;
   }
 
   static int64_t nowNs() { return oru::host::SystemClock::localNow(); }
 
-  std::atomic<int64_t> mFrames{0};
-  std::atomic<int64_t> mWrites{0};
-  std::atomic<int64_t> mFirstWriteNs{0};
-  std::atomic<int64_t> mFirstStopNs{0};
+  std::atomic<int64_t> writes{0};
+  std::atomic<int64_t> firstWriteNs{0};
+  std::atomic<int64_t> firstStopNs{0};
 
  private:
+  static constexpr oru::AudioFormat kFormat = oru::PCM_S16;
+
   static void noteOnce(std::atomic<int64_t>& time) {
     if (time.load(std::memory_order_relaxed) == 0) {
       time = nowNs();
@@ -102,14 +101,11 @@ class BenchDevice : public oru::PlaybackDelegate {
 
   Signal& mEnding;
   int64_t const mFrameLimit;
-  uint32_t const mRate = kRate;
-  oru::AudioFormat const mFormat = oru::PCM_S16;
-  std::optional<oru::host::Pacer> mPacer;
 };
 
 // Raises `ready` when the one track it is told of is ready, and plays it then unless told not
 // to; ends the run when the track has finished or failed. Called on the player's thread.
-class TrackListener : public oruplay::QuietListener {
+class TrackListener : public oru::host::EventListenerBase {
  public:
   explicit TrackListener(Signal& ending, bool playWhenReady = true)
       : mEnding(ending), mPlayWhenReady(playWhenReady) {}

@@ -6,8 +6,9 @@
 // own byte rate, without and with a burst on connect. Prints the median and the maximum of
 // --repetitions runs of each as a Markdown table.
 #include "BenchDevice.h"
+#include "InputToken.h"
 #include "PacedServer.h"
-#include "Session.h"
+#include "Units.h"
 
 #include <oru/AudioPlayer.h>
 
@@ -118,7 +119,7 @@ struct Rig {
     listener.player = player.get();
   }
   void prepare(AudioPlayer::Resource const& resource) {
-    player->prepare(AudioPlayer::REPLACE_ALL, resource, 0, -1, -1, oruplay::InputToken(0), 1);
+    player->prepare(AudioPlayer::REPLACE_ALL, resource, 0, -1, -1, oru::tools::InputToken(0), 1);
   }
   // Plays `path` until the device has taken its frame limit, then waits 0 to 99 ms (see
   // waitForPhase).
@@ -162,7 +163,8 @@ double bytesPerSecond(std::string const& path, size_t size) {
   Rig rig(INT64_MAX, true, 0);
   rig.prepare(fileResource(path));
   rig.ending.wait();
-  return static_cast<double>(size) * BenchDevice::kRate / static_cast<double>(rig.device.mFrames);
+  return static_cast<double>(size) * BenchDevice::kRate /
+         static_cast<double>(rig.device.framesTaken());
 }
 
 std::vector<uint8_t> readFile(std::string const& path) {
@@ -176,7 +178,7 @@ using Measurement = std::function<int64_t(int)>;
 void report(char const* what, Measurement const& measure, int repetitions) {
   std::vector<double> ms;
   for (int i = 0; i < repetitions; ++i) {
-    ms.push_back(static_cast<double>(measure(i)) / 1e6);
+    ms.push_back(static_cast<double>(measure(i)) / oru::host::kNsPerMs);
   }
   std::sort(ms.begin(), ms.end());
   std::printf("| %s | %.2f | %.2f |\n", what, ms[ms.size() / 2], ms.back());
@@ -214,7 +216,7 @@ int main(int argc, char** argv) {
         int64_t const start = BenchDevice::nowNs();
         rig.prepare(fileResource(path));
         rig.waitForDevice();
-        return rig.device.mFirstWriteNs - start;
+        return rig.device.firstWriteNs - start;
       },
       repetitions);
   report(
@@ -226,9 +228,9 @@ int main(int argc, char** argv) {
         // Ready means ten buffers are queued; let the decoder fill the rest of its pool.
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
         int64_t const start = BenchDevice::nowNs();
-        rig.player->play(oruplay::InputToken(0), 0);
+        rig.player->play(oru::tools::InputToken(0), 0);
         rig.waitForDevice();
-        return rig.device.mFirstWriteNs - start;
+        return rig.device.firstWriteNs - start;
       },
       repetitions);
   report(
@@ -238,7 +240,7 @@ int main(int argc, char** argv) {
         rig.playUntilLimit(path, run);
         int64_t const start = BenchDevice::nowNs();
         rig.player->stop(false);
-        return waitUntilNoted(rig.device.mFirstStopNs) - start;
+        return waitUntilNoted(rig.device.firstStopNs) - start;
       },
       repetitions);
   report(
@@ -295,7 +297,7 @@ int main(int argc, char** argv) {
             int64_t const start = BenchDevice::nowNs();
             rig.prepare(resource);
             rig.waitForDevice();
-            return rig.device.mFirstWriteNs - start;
+            return rig.device.firstWriteNs - start;
           },
           repetitions);
     }

@@ -1,7 +1,7 @@
 // Cost of drift correction on the render thread: LinearResampler::resample for each format,
 // stereo, at +100 and -100 ppm, over buffers of the size a decoder typically hands out; and, as
 // the anchor, libswresample's own compensation (swr_set_compensation) on the same buffers.
-#include "common/Time.h"
+#include "Units.h"
 #include "render/LinearResampler.h"
 
 #include <benchmark/benchmark.h>
@@ -41,7 +41,7 @@ void report(benchmark::State& state, int64_t frames) {
 template <typename Sample>
 void resample(benchmark::State& state, AudioFormat format) {
   double const ppm = static_cast<double>(state.range(0));
-  LinearResampler resampler(format, kChannels, 48000, kNsPerSecond);
+  LinearResampler resampler(format, kChannels, 48000, host::kNsPerSecond);
   resampler.init(ppm, 0.0);
   std::vector<Sample> const input = bufferOf<Sample>();
   std::vector<Sample> output((kFramesPerBuffer + kHeadroom) * kChannels);
@@ -68,7 +68,8 @@ void compensate(benchmark::State& state, AVSampleFormat format) {
   SwrContext* swr = nullptr;
   swr_alloc_set_opts2(&swr, &stereo, format, 48000, &stereo, format, 48000, 0, nullptr);
   if (swr == nullptr || swr_init(swr) < 0 ||
-      swr_set_compensation(swr, static_cast<int>(-ppm), 1000000) < 0) {
+      swr_set_compensation(swr, static_cast<int>(-ppm), static_cast<int>(host::kPartsPerMillion)) <
+          0) {
     state.SkipWithError("libswresample refused the compensation");
     swr_free(&swr);
     return;

@@ -4,8 +4,8 @@
 // of audio, and counts the heap allocations that any thread makes from the end of the first minute
 // of audio to the end: the buffer pool should make them none per buffer.
 #include "BenchDevice.h"
+#include "InputToken.h"
 #include "RampSource.h"
-#include "Session.h"
 
 #include <oru/AudioPlayer.h>
 
@@ -63,7 +63,7 @@ int posix_memalign(void** pointer, size_t alignment, size_t size) {
 
 namespace {
 
-constexpr int kRate = syncsim::RampSource::kRate;
+constexpr int kRate = oru::tools::RampSource::kRate;
 static_assert(kRate == bench::BenchDevice::kRate, "the device plays the ramp at its own rate");
 constexpr int64_t kFrames = int64_t{3600} * kRate;
 constexpr int kSpeedUp = 60;
@@ -88,7 +88,7 @@ long residentKiB() {
 }  // namespace
 
 int main() {
-  syncsim::RampSource source(kFrames);
+  oru::tools::RampSource source(kFrames);
   bench::Signal ending;
   bench::BenchDevice device(kSpeedUp, ending);
   bench::TrackListener listener(ending);
@@ -101,19 +101,20 @@ int main() {
                             nullptr);
     listener.player = &player;
     oru::AudioPlayer::Resource resource;
-    resource.newDataCallback = &syncsim::RampSource::read;
+    resource.newDataCallback = &oru::tools::RampSource::read;
     resource.callbackOpaque = &source;
-    player.prepare(oru::AudioPlayer::REPLACE_ALL, resource, 0, -1, -1, oruplay::InputToken(0), 1);
+    player.prepare(oru::AudioPlayer::REPLACE_ALL, resource, 0, -1, -1, oru::tools::InputToken(0),
+                   1);
 
     std::printf("| audio played | resident memory |\n|---:|---:|\n");
     std::thread watcher([&] {
       int64_t nextReport = 0;
-      while (!ended && device.mFrames < kFrames - kRate) {
+      while (!ended && device.framesTaken() < kFrames - kRate) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        int64_t const frames = device.mFrames;
+        int64_t const frames = device.framesTaken();
         if (!gCounting && frames >= int64_t{60} * kRate) {
           baselineKiB = residentKiB();
-          baselineWrites = device.mWrites;
+          baselineWrites = device.writes;
           gCounting = true;
         }
         if (frames >= nextReport) {
@@ -127,7 +128,7 @@ int main() {
       }
       gCounting = false;
       peakKiB = std::max(peakKiB, residentKiB());
-      writes = device.mWrites - baselineWrites;
+      writes = device.writes - baselineWrites;
     });
     how = ending.wait();
     ended = true;

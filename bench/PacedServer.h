@@ -2,7 +2,8 @@
 // length, a burst of its first bytes, then the rest at a steady byte rate, in pieces of 10 ms.
 #pragma once
 
-#include <netinet/in.h>
+#include "LoopbackListener.h"
+
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -21,32 +22,24 @@ class PacedServer {
  public:
   PacedServer(std::string body, double bytesPerSecond, size_t burst)
       : mBody(std::move(body)), mBytesPerSecond(bytesPerSecond), mBurst(burst) {
-    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-    socklen_t length = sizeof address;
-    if (bind(mListener, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-        listen(mListener, 4) != 0 ||
-        getsockname(mListener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+    if (!mListener.error().empty()) {
       throw std::runtime_error("PacedServer: cannot listen on 127.0.0.1");
     }
-    mPort = ntohs(address.sin_port);
     mThread = std::thread([this] { run(); });
   }
   ~PacedServer() {
     mStopping = true;
-    shutdown(mListener, SHUT_RDWR);
+    mListener.shutdown();
     mThread.join();
-    close(mListener);
   }
   PacedServer(PacedServer const&) = delete;
   PacedServer& operator=(PacedServer const&) = delete;
 
-  std::string url(std::string const& name) const {
-    return "http://127.0.0.1:" + std::to_string(mPort) + "/" + name;
-  }
+  std::string url(std::string const& name) const { return mListener.url("/" + name); }
 
  private:
   void run() {
-    for (int connection; (connection = accept(mListener, nullptr, nullptr)) >= 0;) {
+    for (int connection; (connection = mListener.accept()) >= 0;) {
       serve(connection);
       close(connection);
     }
@@ -83,8 +76,7 @@ class PacedServer {
   std::string const mBody;
   double const mBytesPerSecond;
   size_t const mBurst;
-  int const mListener = socket(AF_INET, SOCK_STREAM, 0);
-  int mPort = 0;
+  oru::tools::LoopbackListener mListener;
   std::atomic<bool> mStopping{false};
   std::thread mThread;
 };

@@ -8,7 +8,8 @@
 // Prints CPU time (all threads, getrusage) per second of audio, the median of --repetitions
 // runs, and the player's ratio to the bare loop, as a Markdown table.
 #include "BenchDevice.h"
-#include "Session.h"
+#include "InputToken.h"
+#include "Units.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -31,6 +32,8 @@ extern "C" {
 #include <vector>
 
 namespace {
+
+using oru::host::kMsPerSecond;
 
 constexpr int kRate = bench::BenchDevice::kRate;
 constexpr int kPacedSpeedUp = 8;
@@ -70,7 +73,10 @@ class CostMeter {
     getrusage(RUSAGE_SELF, &value);
     return value;
   }
-  static double seconds(timeval const& time) { return time.tv_sec + time.tv_usec * 1e-6; }
+  static double seconds(timeval const& time) {
+    return static_cast<double>(time.tv_sec) +
+           static_cast<double>(time.tv_usec) / oru::host::kUsPerSecond;
+  }
 
   rusage const mUsage;
   std::chrono::steady_clock::time_point const mStart;
@@ -164,13 +170,14 @@ Cost playerRun(std::string const& path, int speedUp, int64_t frameLimit) {
     listener.player = &player;
     oru::AudioPlayer::Resource resource;
     resource.uri = path;
-    player.prepare(oru::AudioPlayer::REPLACE_ALL, resource, 0, -1, -1, oruplay::InputToken(0), 1);
+    player.prepare(oru::AudioPlayer::REPLACE_ALL, resource, 0, -1, -1, oru::tools::InputToken(0),
+                   1);
     how = ending.wait();
   }
   if (how != "finished" && how != "limit") {
     throw std::runtime_error(path + ": playback " + how);
   }
-  return meter.finish(device.mFrames);
+  return meter.finish(device.framesTaken());
 }
 
 double median(std::vector<double> values) {
@@ -240,10 +247,10 @@ int main(int argc, char** argv) {
         paced.costs.push_back(playerRun(input, kPacedSpeedUp, pacedFrames));
       }
       std::printf("| %s | %.2f | %.2f | **%.3f** | %.2f | %.0f | %.2f | **%.3f** | %.3f | %.0f |\n",
-                  baseName(input).c_str(), bare.cpu() * 1e3, atOnce.cpu() * 1e3,
+                  baseName(input).c_str(), bare.cpu() * kMsPerSecond, atOnce.cpu() * kMsPerSecond,
                   atOnce.cpu() / bare.cpu(), atOnce.wall() / bare.wall(), atOnce.switches(),
-                  paced.cpu() * 1e3, paced.cpu() / bareSpan.cpu(), barePaced.cpu() / bareSpan.cpu(),
-                  paced.switches());
+                  paced.cpu() * kMsPerSecond, paced.cpu() / bareSpan.cpu(),
+                  barePaced.cpu() / bareSpan.cpu(), paced.switches());
       std::fflush(stdout);
     }
   } catch (std::exception const& error) {

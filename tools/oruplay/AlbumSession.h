@@ -1,10 +1,10 @@
 #pragma once
 
 #include "CueSheet.h"
-#include "QuietListener.h"
 #include "Session.h"
 
 #include <oru/GaplessPlayer.h>
+#include <oru/host/EventListenerBase.h>
 
 #include <condition_variable>
 #include <mutex>
@@ -18,7 +18,7 @@ namespace oruplay {
 // start and end are announced as gapless state events, so that the player reports each track
 // as it plays. The listener operations run on the player's threads (some with its list mutex
 // held: they never call the player then); the rest on the main thread.
-class AlbumSession : public QuietListener, public StatusSource {
+class AlbumSession : public oru::host::EventListenerBase, public StatusSource {
  public:
   // `reasons` must outlive the session.
   AlbumSession(CueSheet sheet, std::string cuePath, FailureReasons& reasons);

@@ -1,5 +1,7 @@
 #include "CueSheet.h"
 
+#include "Units.h"
+
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -20,17 +22,21 @@ std::string argument(std::istringstream& words) {
   return value;
 }
 
-// mm:ss:ff, with 75 frames a second, in milliseconds; false when malformed.
+// A cue sheet's times count a compact disc's frames.
+constexpr unsigned kFramesPerSecond = 75;
+
+// mm:ss:ff in milliseconds; false when malformed.
 bool parseIndexTime(std::string const& text, unsigned* ms) {
   unsigned minutes = 0;
   unsigned seconds = 0;
   unsigned frames = 0;
   char end = 0;
   if (std::sscanf(text.c_str(), "%u:%u:%u%c", &minutes, &seconds, &frames, &end) != 3 ||
-      seconds >= 60 || frames >= 75) {
+      seconds >= 60 || frames >= kFramesPerSecond) {
     return false;
   }
-  *ms = (minutes * 60 + seconds) * 1000 + frames * 1000 / 75;
+  *ms = static_cast<unsigned>((minutes * 60 + seconds) * oru::host::kMsPerSecond +
+                              frames * oru::host::kMsPerSecond / kFramesPerSecond);
   return true;
 }
 

@@ -1,5 +1,7 @@
 #include "Options.h"
 
+#include "Units.h"
+
 #include <getopt.h>
 
 #include <time.h>
@@ -59,7 +61,8 @@ std::string readNumber(char const* text, long minimum, long maximum, Number* val
   return "";
 }
 
-constexpr int64_t kNsPerSecond = 1000000000;
+using oru::host::kNsPerSecond;
+
 constexpr int64_t kSecondsPerDay = 86400;
 
 // Reads a --at time into ns since the epoch: seconds ("1795000000.25") or the next time of day
@@ -73,7 +76,7 @@ bool readTime(std::string const& text, int64_t nowNs, int64_t* atNs) {
     if (end != text.c_str() && *end == '.') {
       fraction = std::strtod(end, &end);  // ".25"; a lone "." converts nothing and stays
     }
-    *atNs = whole * kNsPerSecond + std::llround(fraction * 1e9);
+    *atNs = whole * kNsPerSecond + std::llround(fraction * kNsPerSecond);
     return end != text.c_str() && *end == '\0' && whole > 0 && whole < 10000000000;
   }
   int hours = -1, minutes = -1, used = 0;
@@ -108,7 +111,7 @@ bool readTime(std::string const& text, int64_t nowNs, int64_t* atNs) {
   day.tm_sec = 0;
   day.tm_isdst = -1;
   time_t const minute = utc ? timegm(&day) : mktime(&day);
-  *atNs = static_cast<int64_t>(minute) * kNsPerSecond + std::llround(seconds * 1e9);
+  *atNs = static_cast<int64_t>(minute) * kNsPerSecond + std::llround(seconds * kNsPerSecond);
   if (*atNs <= nowNs) {
     *atNs += kSecondsPerDay * kNsPerSecond;  // tomorrow's
   }

@@ -33,11 +33,6 @@ constexpr int kProgressIntervalMs = 250;
 
 }  // namespace
 
-int InputToken::indexOf(Token const& token) {
-  std::string const text = token.toString();
-  return std::stoi(text.substr(text.find('-') + 1));
-}
-
 Session::Session(std::vector<std::string> inputs, unsigned startOffsetMs, FailureReasons& reasons)
     : mInputs(std::move(inputs)), mStartOffsetMs(startOffsetMs), mReasons(reasons) {}
 

@@ -1,10 +1,11 @@
 #pragma once
 
 #include "FailureReasons.h"
-#include "QuietListener.h"
+#include "InputToken.h"
 #include "StdinSource.h"
 
 #include <oru/AudioPlayer.h>
+#include <oru/host/EventListenerBase.h>
 
 #include <condition_variable>
 #include <cstdint>
@@ -42,19 +43,7 @@ class StatusSource {
   virtual std::string const& inputName(int index) const = 0;
 };
 
-// Names an input (or a track of an album) by its place: "input-3".
-class InputToken : public oru::AudioPlayer::Token {
- public:
-  explicit InputToken(int index) : mIndex(index) {}
-  std::string toString() const override { return "input-" + std::to_string(mIndex); }
-  int compare(Token const& other) const override { return toString().compare(other.toString()); }
-  Token* clone() const override { return new InputToken(mIndex); }
-
-  static int indexOf(Token const& token);
-
- private:
-  int mIndex;
-};
+using oru::tools::InputToken;
 
 // Keeps the changes a session reports through takeChanges(). Not locked: the session's own
 // mutex guards it.
@@ -80,7 +69,7 @@ class ChangeLog {
 // is reconnecting from the start of a reconnection until its audio moves on. The listener
 // operations run on the player's command thread; start(), waitUntilDone(), status() and failures()
 // on the main thread.
-class Session : public QuietListener, public StatusSource {
+class Session : public oru::host::EventListenerBase, public StatusSource {
  public:
   // `reasons` must outlive the session.
   Session(std::vector<std::string> inputs, unsigned startOffsetMs, FailureReasons& reasons);

@@ -1,6 +1,7 @@
 #include "SimulatedDevice.h"
 
 #include "RampSource.h"
+#include "Units.h"
 
 #include <algorithm>
 #include <cmath>
@@ -10,8 +11,11 @@
 namespace syncsim {
 namespace {
 
-constexpr double kNsPerSecond = 1e9;
-constexpr double kNsPerFrame = kNsPerSecond / RampSource::kRate;
+using oru::host::kNsPerSecond;
+using oru::host::kPartsPerMillion;
+using oru::tools::RampSource;
+
+constexpr double kNsPerFrame = static_cast<double>(kNsPerSecond) / RampSource::kRate;
 constexpr uint32_t kRate = RampSource::kRate;
 constexpr oru::AudioFormat kFormat = oru::PCM_FLOAT;
 // Reading every frame would cost more than the engine; one in 16 shows the same deviation.
@@ -20,8 +24,8 @@ constexpr int64_t kStride = 16;
 }  // namespace
 
 LocalClock::LocalClock(double ppm, double stepPpm, int64_t stepAtNs)
-    : mRate(1 + ppm * 1e-6),
-      mRateAfter(1 + (ppm + stepPpm) * 1e-6),
+    : mRate(1 + ppm / kPartsPerMillion),
+      mRateAfter(1 + (ppm + stepPpm) / kPartsPerMillion),
       mStepAtNs(static_cast<double>(stepAtNs)) {}
 
 double LocalClock::localAt(double commonNs) const {
@@ -35,7 +39,7 @@ double LocalClock::commonAt(double localNs) const {
 }
 
 double LocalClock::ppmAt(double commonNs) const {
-  return ((commonNs < mStepAtNs ? mRate : mRateAfter) - 1) * 1e6;
+  return ((commonNs < mStepAtNs ? mRate : mRateAfter) - 1) * kPartsPerMillion;
 }
 
 void Deviation::add(double frames) {
@@ -138,7 +142,7 @@ double SimulatedClockService::getDriftPpm() {
   }
   // The common clock's rate against the local one: exactly what the resampler must apply, with
   // a noise that is the same all through a simulated second.
-  return (1 / (1 + mClock.ppmAt(now) * 1e-6) - 1) * 1e6 +
+  return (1 / (1 + mClock.ppmAt(now) / kPartsPerMillion) - 1) * kPartsPerMillion +
          noise(static_cast<uint32_t>(now / kNsPerSecond)) * mNoisePpm;
 }
 

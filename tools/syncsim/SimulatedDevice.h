@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Units.h"
+
 #include <oru/AudioPlayer.h>
 #include <oru/host/DriftEstimator.h>
 
@@ -46,7 +48,8 @@ struct Deviation {
 // the player is gone.
 class SimulatedDevice : public oru::PlaybackDelegate {
  public:
-  static constexpr int64_t kGridNs = 10000000;  // the deviation is also kept every 10 ms
+  static constexpr int64_t kGridNs =
+      10 * oru::host::kNsPerMs;  // the deviation is also kept every 10 ms
 
   // `startCommonNs` is when the stream's first frame is due on the common clock; the deviation
   // counts from `settleNs` after it.
@@ -96,7 +99,7 @@ class SimulatedDevice : public oru::PlaybackDelegate {
 // Render thread; the device must outlive it.
 class SimulatedClockService : public oru::AudioPlayer::CommonTimeDelegate {
  public:
-  static constexpr double kReportJitterNs = 100000;
+  static constexpr double kReportJitterNs = 100 * oru::host::kNsPerUs;
 
   SimulatedClockService(LocalClock const& clock, SimulatedDevice& device, double noisePpm,
                         bool fitted, unsigned seed);

@@ -2,12 +2,13 @@
 // the renderer and its drift correction) on two simulated devices whose clocks run apart from
 // the common clock, in virtual time, and measures from the audio they present how far each
 // strays from the common timeline and from the other.
-#include "QuietListener.h"
+#include "InputToken.h"
 #include "RampSource.h"
-#include "Session.h"
 #include "SimulatedDevice.h"
+#include "Units.h"
 
 #include <oru/AudioPlayer.h>
+#include <oru/host/EventListenerBase.h>
 
 #include <cmath>
 #include <condition_variable>
@@ -20,11 +21,13 @@
 
 namespace {
 
-using syncsim::RampSource;
+using oru::host::kNsPerMs;
+using oru::host::kNsPerSecond;
+using oru::tools::InputToken;
+using oru::tools::RampSource;
 
-constexpr int64_t kNsPerSecond = 1000000000;
 constexpr int64_t kStartCommonNs = kNsPerSecond;  // the stream is due at 1 s of common time
-constexpr double kUsPerFrame = 1e6 / RampSource::kRate;
+constexpr double kUsPerFrame = static_cast<double>(oru::host::kUsPerSecond) / RampSource::kRate;
 
 struct Scenario {
   char const* name;
@@ -55,7 +58,7 @@ constexpr int64_t kPauseNs = 10 * kNsPerSecond;
 
 // Plays the stream at the common start as soon as it is ready, and says when it has paused and
 // when it has ended.
-class Listener : public oruplay::QuietListener {
+class Listener : public oru::host::EventListenerBase {
  public:
   void waitUntilEnded() {
     std::unique_lock<std::mutex> lock(mMutex);
@@ -103,7 +106,7 @@ class Listener : public oruplay::QuietListener {
 struct Rig {
   Rig(double ppm, Scenario const& scenario, int64_t frames, unsigned seed)
       : clock(ppm, ppm > 0 ? scenario.stepPpm : -scenario.stepPpm,
-              kStartCommonNs + frames * 1000000000 / RampSource::kRate / 2),
+              kStartCommonNs + frames * kNsPerSecond / RampSource::kRate / 2),
         device(clock, kStartCommonNs, scenario.settleSeconds * kNsPerSecond),
         service(clock, device, scenario.noisePpm, scenario.fitted, seed),
         source(frames) {}
@@ -132,9 +135,9 @@ bool pauseAndResume(Scenario const& scenario, std::vector<std::unique_ptr<Rig>>&
       players[i]->setResumeOffset(scenario.resumeOffsetMs);
     }
     if (paused) {
-      rigs[i]->device.delayAfterRestart(kPauseNs - int64_t{scenario.resumeOffsetMs} * 1000000);
+      rigs[i]->device.delayAfterRestart(kPauseNs - int64_t{scenario.resumeOffsetMs} * kNsPerMs);
     }
-    players[i]->play(oruplay::InputToken(0), kStartCommonNs + kPauseNs);
+    players[i]->play(InputToken(0), kStartCommonNs + kPauseNs);
     rigs[i]->source.release();
   }
   return paused;
@@ -167,8 +170,7 @@ bool run(Scenario const& scenario, double minutes) {
       if (scenario.pause) {
         rig->source.holdAt(frames / 3);
       }
-      players.back()->prepare(oru::AudioPlayer::REPLACE_ALL, resource, 0, -1, -1,
-                              oruplay::InputToken(0), 1);
+      players.back()->prepare(oru::AudioPlayer::REPLACE_ALL, resource, 0, -1, -1, InputToken(0), 1);
     }
     if (scenario.pause) {
       ok = pauseAndResume(scenario, rigs, players);

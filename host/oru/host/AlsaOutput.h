@@ -1,6 +1,6 @@
 #pragma once
 
-#include <oru/AudioPlayer.h>
+#include <oru/host/ReferenceOutput.h>
 
 #include <atomic>
 #include <cstdint>
@@ -14,13 +14,16 @@ namespace oru::host {
 // write() blocks while the device is full, stop() drains, drops or pauses, played frames come
 // from the device's delay, and underruns are counted as the device sees them. An underrun
 // signal from the engine waits until the device could take data (at most one period).
-// Advertises one rate (48000 Hz unless given) and the three formats.
+// Advertises one rate (48000 Hz unless given) and the three formats. Keeping time, the first
+// frame after each start leaves the device at its time stamp, after silence that accounts for
+// what the device already holds.
 //
 // Called by the player's render thread; underruns() from any thread. Without a sound card,
 // "null" or "file:FILE=out.raw,FORMAT=raw" name PCMs that discard or record the audio.
-class AlsaOutput : public PlaybackDelegate {
+class AlsaOutput : public ReferenceOutput {
  public:
-  explicit AlsaOutput(std::string device = "default", int rate = 48000, int latencyMs = 100);
+  explicit AlsaOutput(std::string device = "default", int rate = 48000, int latencyMs = 100,
+                      LocalClock& clock = LocalClock::monotonic());
   ~AlsaOutput() override;
 
   AlsaOutput(AlsaOutput const&) = delete;
@@ -28,13 +31,6 @@ class AlsaOutput : public PlaybackDelegate {
 
   // Whether `device` can be opened for playback; if not, ALSA's reason in `error`.
   static bool probe(std::string const& device, std::string* error);
-
-  // Takes the time stamps of writes as local times (SystemClock::localNow's clock), as a player
-  // in TIMESTAMP_LOCAL or TIMESTAMP_COMMON gives them: the first frame after each start leaves
-  // the device at its time stamp, after silence that accounts for what the device already
-  // holds. Off by default: in TIMESTAMP_STREAM the time stamps are stream positions. Set
-  // before the player starts.
-  void keepTime(bool on) { mKeepTime = on; }
 
   // Underruns the device reported since construction.
   int64_t underruns() const { return mUnderruns; }
@@ -53,7 +49,6 @@ class AlsaOutput : public PlaybackDelegate {
   int waitWithSilence(int64_t timestamp);
 
   std::string const mDevice;
-  uint32_t const mRate;
   int const mLatencyMs;
   snd_pcm_t* mPcm = nullptr;
   AudioFormat mFormat = PCM_S16;
@@ -61,9 +56,6 @@ class AlsaOutput : public PlaybackDelegate {
   int mFrameBytes = 0;
   bool mPaused = false;
   bool mDrained = false;
-  bool mKeepTime = false;
-  bool mAwaitingFirstWrite = false;
-  int64_t mFramesSinceStart = 0;
   std::atomic<int64_t> mUnderruns{0};
 };
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 
@@ -15,9 +16,12 @@ namespace oru::host {
 class DriftEstimator {
  public:
   struct Settings {
-    int64_t windowNs = 60000000000;      // the fit covers this much of the latest reports
-    int64_t minimumSpanNs = 2000000000;  // no estimate before the reports span this much
-    int64_t intervalNs = 100000000;      // reports closer to the last kept one are ignored
+    // The fit covers this much of the latest reports.
+    int64_t windowNs = std::chrono::nanoseconds(std::chrono::seconds(60)).count();
+    // No estimate before the reports span this much.
+    int64_t minimumSpanNs = std::chrono::nanoseconds(std::chrono::seconds(2)).count();
+    // Reports closer to the last kept one are ignored.
+    int64_t intervalNs = std::chrono::nanoseconds(std::chrono::milliseconds(100)).count();
   };
 
   explicit DriftEstimator(int rate) : DriftEstimator(rate, Settings()) {}

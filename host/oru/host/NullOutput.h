@@ -1,22 +1,22 @@
 #pragma once
 
-#include <oru/AudioPlayer.h>
 #include <oru/host/Pacer.h>
+#include <oru/host/ReferenceOutput.h>
 
 #include <atomic>
 #include <cstdint>
-#include <optional>
 
 namespace oru::host {
 
 // An output device that discards what it is given, either as fast as it comes or paced at the
-// real rate. Advertises one rate (48000 Hz unless given) and all three formats.
+// real rate. Advertises one rate (48000 Hz unless given) and all three formats. Keeping time,
+// it presents the first frame after each start at its time stamp (paced: waits until then).
 // Called by the player's render thread; framesTaken() from any thread.
-class NullOutput : public PlaybackDelegate {
+class NullOutput : public ReferenceOutput {
  public:
   enum Pacing { kUnpaced, kRealTime };
 
-  explicit NullOutput(Pacing pacing, int rate = 48000);
+  explicit NullOutput(Pacing pacing, int rate = 48000, LocalClock& clock = LocalClock::monotonic());
 
   int start(AudioFormat format, int channels) override;
   void stop(StopBehavior behavior) override;
@@ -24,22 +24,17 @@ class NullOutput : public PlaybackDelegate {
   long long getPlayedFrames() override;
   PlaybackCapabilities getPlaybackConfig() override;
 
-  // Takes the time stamps of writes as local times (SystemClock::localNow's clock), as a player
-  // in TIMESTAMP_LOCAL or TIMESTAMP_COMMON gives them, and presents the first frame after each
-  // start at its time stamp (paced: waits until then). Off by default: in TIMESTAMP_STREAM the time
-  // stamps are stream positions. Set before the player starts.
-  void keepTime(bool on) { mKeepTime = on; }
-
   // Frames taken since construction, over every start.
   int64_t framesTaken() const { return mFramesTaken; }
 
+ protected:
+  // Paced at `pacedRate` frames a second rather than at `rate`: a device that plays faster than
+  // real time, as a benchmark's does.
+  NullOutput(Pacing pacing, int rate, int pacedRate, LocalClock& clock);
+
  private:
   Pacing const mPacing;
-  uint32_t const mRate;
   Pacer mPacer;
-  bool mKeepTime = false;
-  bool mAwaitingFirstWrite = false;
-  int64_t mFramesSinceStart = 0;
   std::atomic<int64_t> mFramesTaken{0};
 };
 

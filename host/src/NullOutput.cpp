@@ -12,13 +12,17 @@ constexpr auto kUnpacedUnderrunWait = std::chrono::milliseconds(1);
 
 }  // namespace
 
-NullOutput::NullOutput(Pacing pacing, int rate)
-    : mPacing(pacing), mRate(static_cast<uint32_t>(rate)), mPacer(rate) {}
+NullOutput::NullOutput(Pacing pacing, int rate, LocalClock& clock)
+    : NullOutput(pacing, rate, rate, clock) {}
+
+NullOutput::NullOutput(Pacing pacing, int rate, int pacedRate, LocalClock& clock)
+    : ReferenceOutput(rate, clock),
+      mPacing(pacing),
+      mPacer(pacedRate, Pacer::kDefaultLead, clock) {}
 
 int NullOutput::start(AudioFormat, int) {
   mPacer.restart();
-  mAwaitingFirstWrite = mKeepTime;
-  mFramesSinceStart = 0;
+  restartCounting();
   return 0;
 }
 
@@ -31,8 +35,7 @@ int NullOutput::write(long long timestamp, void const* data, unsigned* frames) {
     std::this_thread::sleep_for(mPacing == kRealTime ? kUnderrunWait : kUnpacedUnderrunWait);
     return 0;
   }
-  if (mAwaitingFirstWrite) {
-    mAwaitingFirstWrite = false;
+  if (takeFirstTimedWrite()) {
     mPacer.restartAt(timestamp);
   }
   if (mPacing == kRealTime) {

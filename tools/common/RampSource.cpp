@@ -1,38 +1,26 @@
 #include "RampSource.h"
 
+#include "WavHeader.h"
+
+#include <oru/AudioPlayer.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 
-#include <oru/AudioPlayer.h>
-
-namespace syncsim {
+namespace oru::tools {
 namespace {
 
-void put(std::string& bytes, uint32_t value, int size) {
-  for (int i = 0; i < size; ++i) {
-    bytes.push_back(static_cast<char>(value >> (8 * i)));
-  }
-}
-
-constexpr int kFrameBytes = RampSource::kChannels * 4;
+constexpr int kSampleBytes = sizeof(float);
+constexpr int kFrameBytes = RampSource::kChannels * kSampleBytes;
 
 }  // namespace
 
 RampSource::RampSource(int64_t frames) : mFrames(frames) {
-  auto const dataBytes = static_cast<uint32_t>(std::min<int64_t>(frames * kFrameBytes, UINT32_MAX));
-  mHeader = "RIFF";
-  put(mHeader, dataBytes > UINT32_MAX - 36 ? UINT32_MAX : dataBytes + 36, 4);
-  mHeader += "WAVEfmt ";
-  put(mHeader, 16, 4);
-  put(mHeader, 3, 2);  // IEEE float
-  put(mHeader, kChannels, 2);
-  put(mHeader, kRate, 4);
-  put(mHeader, kRate * kFrameBytes, 4);
-  put(mHeader, kFrameBytes, 2);
-  put(mHeader, 32, 2);
-  mHeader += "data";
-  put(mHeader, dataBytes, 4);
+  auto const dataBytes = static_cast<uint64_t>(std::min<int64_t>(frames * kFrameBytes, UINT32_MAX));
+  auto const header =
+      host::WavHeader::make(host::WavHeader::kFloat, kChannels, kRate, kSampleBytes, dataBytes);
+  mHeader.assign(header.begin(), header.end());
 }
 
 bool RampSource::position(float const* frame, double* position) {
@@ -112,4 +100,4 @@ int RampSource::fill(uint8_t* buffer, int size) {
   return static_cast<int>(count * kFrameBytes);
 }
 
-}  // namespace syncsim
+}  // namespace oru::tools

@@ -2,12 +2,16 @@
 
 #include <oru/AudioPlayer.h>
 
-namespace oruplay {
+#include <string>
 
-// An event listener that ignores every event: a session overrides only those it acts on.
-class QuietListener : public oru::AudioPlayer::EventListener {
+namespace oru::host {
+
+// An AudioPlayer::EventListener whose every handler does nothing, for a host to derive from and
+// override only the events it acts on. The player calls it on the player's own thread; it must
+// outlive the player.
+class EventListenerBase : public AudioPlayer::EventListener {
  public:
-  using Token = oru::AudioPlayer::Token;
+  using Token = AudioPlayer::Token;
 
   void trackReady(Token const&, bool) override {}
   void playbackStarted(Token const&, unsigned) override {}
@@ -17,14 +21,14 @@ class QuietListener : public oru::AudioPlayer::EventListener {
   void playbackStutterStarted(Token const&, unsigned) override {}
   void playbackStutterFinished(Token const&, unsigned, unsigned) override {}
   void playbackFinished(Token const&, unsigned) override {}
-  void playbackFailed(Token const&, oru::AudioPlayer::MediaError, std::string const&, Token const&,
-                      oru::AudioPlayer::State, unsigned) override {}
+  void playbackFailed(Token const&, AudioPlayer::MediaError, std::string const&, Token const&,
+                      AudioPlayer::State, unsigned) override {}
   void playbackStopped(Token const&, unsigned) override {}
   void playbackPaused(Token const&, unsigned) override {}
   void playbackResumed(Token const&, unsigned) override {}
   void playbackQueueCleared() override {}
   void streamMetadataExtracted(Token const&, std::string const&) override {}
-  void progressReportIntervalUpdated(Token const&, unsigned, oru::AudioPlayer::State) override {}
+  void progressReportIntervalUpdated(Token const&, unsigned, AudioPlayer::State) override {}
 };
 
-}  // namespace oruplay
+}  // namespace oru::host

@@ -1,9 +1,9 @@
 #include <oru/host/WavFileOutput.h>
 
 #include "Capabilities.h"
+#include "WavHeader.h"
 
 #include <oru/Decoder.h>
-#include <oru/host/SystemClock.h>
 
 #include <sys/types.h>
 
@@ -16,32 +16,21 @@
 namespace oru::host {
 namespace {
 
-constexpr uint16_t kWaveFormatPcm = 1;
-constexpr uint16_t kWaveFormatFloat = 3;
-constexpr off_t kHeaderBytes = 44;
+constexpr off_t kHeaderBytes = WavHeader::kBytes;
 // A WAV file grows to 4 GiB. On a 32-bit target, positions past 2 GiB need the 64-bit file
 // interface (the build defines _FILE_OFFSET_BITS=64); a 32-bit position would make a header
 // rewritten there send the next samples back to the start of the data.
 static_assert(sizeof(off_t) == 8, "file positions must hold 4 GiB");
 
-void put16(uint8_t* at, uint32_t value) {
-  at[0] = static_cast<uint8_t>(value);
-  at[1] = static_cast<uint8_t>(value >> 8);
-}
-
-void put32(uint8_t* at, uint32_t value) {
-  put16(at, value);
-  put16(at + 2, value >> 16);
-}
-
 }  // namespace
 
-WavFileOutput::WavFileOutput(std::string path, int rate, AudioFormat format, bool paced)
-    : mPath(std::move(path)),
-      mRate(static_cast<uint32_t>(rate)),
+WavFileOutput::WavFileOutput(std::string path, int rate, AudioFormat format, bool paced,
+                             LocalClock& clock)
+    : ReferenceOutput(rate, clock),
+      mPath(std::move(path)),
       mFormat(format),
       mPaced(paced),
-      mPacer(rate) {}
+      mPacer(rate, Pacer::kDefaultLead, clock) {}
 
 WavFileOutput::~WavFileOutput() { close(); }
 
@@ -56,23 +45,13 @@ void WavFileOutput::close() {
 void WavFileOutput::writeHeader() {
   auto const dataBytes = static_cast<uint64_t>(mFramesWritten) * static_cast<uint64_t>(mFrameBytes);
   // Sizes past 4 GiB cannot be expressed; such a file keeps the largest ones.
-  auto const clamped = static_cast<uint32_t>(std::min<uint64_t>(dataBytes, 0xFFFFFFFFu - 36));
-  uint8_t header[kHeaderBytes];
-  std::memcpy(header, "RIFF", 4);
-  put32(header + 4, 36 + clamped);
-  std::memcpy(header + 8, "WAVEfmt ", 8);
-  put32(header + 16, 16);
-  put16(header + 20, mFormat == PCM_FLOAT ? kWaveFormatFloat : kWaveFormatPcm);
-  put16(header + 22, static_cast<uint32_t>(mChannels));
-  put32(header + 24, mRate);
-  put32(header + 28, mRate * static_cast<uint32_t>(mFrameBytes));
-  put16(header + 32, static_cast<uint32_t>(mFrameBytes));
-  put16(header + 34, static_cast<uint32_t>(bytesPerSample(mFormat) * 8));
-  std::memcpy(header + 36, "data", 4);
-  put32(header + 40, clamped);
+  uint64_t const largest = UINT32_MAX - WavHeader::kRiffBytesBeforeData;
+  auto const header =
+      WavHeader::make(mFormat == PCM_FLOAT ? WavHeader::kFloat : WavHeader::kPcm, mChannels, mRate,
+                      bytesPerSample(mFormat), std::min(dataBytes, largest));
   off_t const end = ftello(mFile);
   fseeko(mFile, 0, SEEK_SET);
-  std::fwrite(header, 1, sizeof header, mFile);
+  std::fwrite(header.data(), 1, header.size(), mFile);
   fseeko(mFile, std::max(end, kHeaderBytes), SEEK_SET);
   std::fflush(mFile);
 }
@@ -94,9 +73,8 @@ int WavFileOutput::start(AudioFormat format, int channels) {
     return -1;
   }
   mPacer.restart();
-  mAwaitingFirstWrite = mKeepTime;
-  mStartedAtNs = SystemClock::localNow();
-  mFramesSinceStart = 0;
+  restartCounting();
+  mStartedAtNs = mClock.now();
   return 0;
 }
 
@@ -115,8 +93,7 @@ int WavFileOutput::write(long long timestamp, void const* data, unsigned* frames
     *frames = 0;
     return -1;
   }
-  if (mAwaitingFirstWrite) {
-    mAwaitingFirstWrite = false;
+  if (takeFirstTimedWrite()) {
     if (mPaced) {
       mPacer.restartAt(timestamp);
     } else {

@@ -1,9 +1,9 @@
 #include <oru/host/AlsaOutput.h>
 
 #include "Capabilities.h"
+#include "Units.h"
 
 #include <oru/Decoder.h>
-#include <oru/host/SystemClock.h>
 
 #include <alsa/asoundlib.h>
 
@@ -29,8 +29,8 @@ snd_pcm_format_t toAlsa(AudioFormat format) {
 
 }  // namespace
 
-AlsaOutput::AlsaOutput(std::string device, int rate, int latencyMs)
-    : mDevice(std::move(device)), mRate(static_cast<uint32_t>(rate)), mLatencyMs(latencyMs) {}
+AlsaOutput::AlsaOutput(std::string device, int rate, int latencyMs, LocalClock& clock)
+    : ReferenceOutput(rate, clock), mDevice(std::move(device)), mLatencyMs(latencyMs) {}
 
 AlsaOutput::~AlsaOutput() { close(); }
 
@@ -58,8 +58,7 @@ void AlsaOutput::close() {
 }
 
 int AlsaOutput::start(AudioFormat format, int channels) {
-  mFramesSinceStart = 0;
-  mAwaitingFirstWrite = mKeepTime;
+  restartCounting();
   mDrained = false;
   if (mPcm != nullptr && format == mFormat && channels == mChannels) {
     if (mPaused) {
@@ -82,7 +81,7 @@ int AlsaOutput::start(AudioFormat format, int channels) {
   }
   result = snd_pcm_set_params(mPcm, toAlsa(format), SND_PCM_ACCESS_RW_INTERLEAVED,
                               static_cast<unsigned>(channels), mRate, 1,
-                              static_cast<unsigned>(mLatencyMs) * 1000);
+                              static_cast<unsigned>(mLatencyMs * kUsPerMs));
   if (result < 0) {
     close();
     return result;
@@ -126,8 +125,7 @@ int AlsaOutput::write(long long timestamp, void const* data, unsigned* frames) {
     snd_pcm_wait(mPcm, mLatencyMs / 4);
     return 0;
   }
-  if (mAwaitingFirstWrite) {
-    mAwaitingFirstWrite = false;
+  if (takeFirstTimedWrite()) {
     if (int const result = waitWithSilence(timestamp); result != 0) {
       *frames = 0;
       return result;
@@ -168,7 +166,7 @@ int AlsaOutput::waitWithSilence(int64_t timestamp) {
   if (snd_pcm_delay(mPcm, &held) < 0) {
     held = 0;
   }
-  int64_t const silenceFrames = framesUntil(SystemClock::localNow(), timestamp, mRate) - held;
+  int64_t const silenceFrames = framesUntil(mClock.now(), timestamp, mRate) - held;
   std::vector<uint8_t> const silence(static_cast<size_t>(mFrameBytes) * mRate / 10);
   int64_t const chunk = mRate / 10;
   int error = 0;

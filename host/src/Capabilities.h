@@ -2,6 +2,8 @@
 
 #include <oru/AudioPlayer.h>
 
+#include "Units.h"
+
 #include <cstddef>
 #include <cstdint>
 
@@ -23,8 +25,9 @@ inline PlaybackCapabilities oneRateCapabilities(uint32_t const& rate, AudioForma
 
 // Frames at `rate` from the local time `fromNs` to `untilNs`; 0 when it has passed.
 inline int64_t framesUntil(int64_t fromNs, int64_t untilNs, uint32_t rate) {
-  return untilNs > fromNs ? static_cast<int64_t>(static_cast<double>(untilNs - fromNs) * rate / 1e9)
-                          : 0;
+  return untilNs > fromNs
+             ? static_cast<int64_t>(static_cast<double>(untilNs - fromNs) * rate / kNsPerSecond)
+             : 0;
 }
 
 // The three formats the engine exchanges with a device.

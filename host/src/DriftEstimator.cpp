@@ -1,16 +1,17 @@
 #include <oru/host/DriftEstimator.h>
 
+#include "Units.h"
+
 #include <cmath>
 
 namespace oru::host {
 namespace {
 
-constexpr double kNsPerSecond = 1e9;
 // A device that keeps playing advances within this fraction of the nominal rate (a clock is
 // off by parts per million, a report's timing by a few ms); anything else is a pause, an
 // underrun or a restart.
 constexpr double kContinuityTolerance = 0.02;
-constexpr double kContinuitySlackNs = 5e6;
+constexpr double kContinuitySlackNs = 5 * kNsPerMs;
 
 }  // namespace
 
@@ -65,7 +66,7 @@ void DriftEstimator::fit() {
   }
   double const framesPerSecond = covariance / variance;
   if (framesPerSecond > 0) {
-    mDriftPpm = (mRate / framesPerSecond - 1) * 1e6;
+    mDriftPpm = (mRate / framesPerSecond - 1) * kPartsPerMillion;
   }
 }
 

@@ -5,7 +5,7 @@
 #include <mutex>
 #include <string>
 
-namespace syncsim {
+namespace oru::tools {
 
 // A host data source: a 32-bit float stereo WAV stream whose samples say which frame they are
 // (left: the frame index modulo 2^20, right: the index divided by 2^20), so that whatever a
@@ -50,4 +50,4 @@ class RampSource {
   int64_t mOffset = 0;  // bytes given so far, header included
 };
 
-}  // namespace syncsim
+}  // namespace oru::tools

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Units.h"
+
 #include <time.h>
 
 #include <cstdint>
@@ -10,7 +12,7 @@ namespace oru::host {
 inline int64_t readClockNs(clockid_t clock) {
   timespec now{};
   clock_gettime(clock, &now);
-  return static_cast<int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
+  return static_cast<int64_t>(now.tv_sec) * kNsPerSecond + now.tv_nsec;
 }
 
 }  // namespace oru::host
