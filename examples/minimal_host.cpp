@@ -4,9 +4,11 @@
 //   minimal_host INPUT OUTPUT.wav
 //
 // A host implements AudioPlayer::EventListener (every call arrives on the player's own
-// thread), hands the player an output device (here the reference WavFileOutput), prepares a
-// track, plays it once the player says it is ready, and waits for it to finish.
+// thread; deriving from the reference EventListenerBase, it overrides only the events it acts
+// on), hands the player an output device (here the reference WavFileOutput), prepares a track,
+// plays it once the player says it is ready, and waits for it to finish.
 #include <oru/AudioPlayer.h>
+#include <oru/host/EventListenerBase.h>
 #include <oru/host/StderrLogger.h>
 #include <oru/host/WavFileOutput.h>
 
@@ -29,7 +31,7 @@ class FileToken : public oru::AudioPlayer::Token {
   std::string mName;
 };
 
-class Host : public oru::AudioPlayer::EventListener {
+class Host : public oru::host::EventListenerBase {
  public:
   void setPlayer(oru::AudioPlayer* player) { mPlayer = player; }
 
@@ -40,38 +42,24 @@ class Host : public oru::AudioPlayer::EventListener {
     return mFinished;
   }
 
-  void trackReady(oru::AudioPlayer::Token const& token, bool) override {
+  void trackReady(Token const& token, bool) override {
     mPlayer->play(token, 0);  // posts: safe on the player's thread
   }
-  void playbackStarted(oru::AudioPlayer::Token const& token, unsigned) override {
+  void playbackStarted(Token const& token, unsigned) override {
     std::printf("playing %s\n", token.toString().c_str());
   }
-  void playbackFinished(oru::AudioPlayer::Token const&, unsigned positionMs) override {
+  void playbackFinished(Token const&, unsigned positionMs) override {
     std::printf("finished at %u ms\n", positionMs);
     end(true);
   }
-  void playbackFailed(oru::AudioPlayer::Token const&, oru::AudioPlayer::MediaError error,
-                      std::string const& message, oru::AudioPlayer::Token const&,
-                      oru::AudioPlayer::State, unsigned) override {
+  void playbackFailed(Token const&, oru::AudioPlayer::MediaError error, std::string const& message,
+                      Token const&, oru::AudioPlayer::State, unsigned) override {
     std::fprintf(stderr, "failed (%d): %s\n", static_cast<int>(error), message.c_str());
     end(false);
   }
-  void streamMetadataExtracted(oru::AudioPlayer::Token const&,
-                               std::string const& metadata) override {
+  void streamMetadataExtracted(Token const&, std::string const& metadata) override {
     std::printf("tags %s\n", metadata.c_str());
   }
-  // The events this host does not need.
-  void playbackNearlyFinished(oru::AudioPlayer::Token const&, unsigned) override {}
-  void progressReportDelayElapsed(oru::AudioPlayer::Token const&, unsigned) override {}
-  void progressReportIntervalElapsed(oru::AudioPlayer::Token const&, unsigned) override {}
-  void playbackStutterStarted(oru::AudioPlayer::Token const&, unsigned) override {}
-  void playbackStutterFinished(oru::AudioPlayer::Token const&, unsigned, unsigned) override {}
-  void playbackStopped(oru::AudioPlayer::Token const&, unsigned) override {}
-  void playbackPaused(oru::AudioPlayer::Token const&, unsigned) override {}
-  void playbackResumed(oru::AudioPlayer::Token const&, unsigned) override {}
-  void playbackQueueCleared() override {}
-  void progressReportIntervalUpdated(oru::AudioPlayer::Token const&, unsigned,
-                                     oru::AudioPlayer::State) override {}
 
  private:
   void end(bool finished) {

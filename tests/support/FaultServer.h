@@ -1,10 +1,10 @@
 #pragma once
 
+#include "LoopbackListener.h"
 #include "Recorder.h"
 
 #include <gtest/gtest.h>
 
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -38,14 +38,9 @@ class FaultServer {
                   // each connection goes on at the live point; after the body, 404
   };
   FaultServer(std::string body, Mode mode) : mBody(std::move(body)), mMode(mode) {
-    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-    socklen_t length = sizeof address;
-    EXPECT_TRUE(bind(mListener, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
-                listen(mListener, 8) == 0 &&
-                getsockname(mListener, reinterpret_cast<sockaddr*>(&address), &length) == 0);
-    mPort = ntohs(address.sin_port);
+    EXPECT_EQ(mListener.error(), "");
     mAcceptor = std::thread([this] {
-      for (int connection; (connection = accept(mListener, nullptr, nullptr)) >= 0;) {
+      for (int connection; (connection = mListener.accept()) >= 0;) {
         mConnections.push_back(connection);
         mThreads.emplace_back([this, connection] { serve(connection); });
       }
@@ -53,16 +48,15 @@ class FaultServer {
   }
   ~FaultServer() {
     mStopping.raise();
-    shutdown(mListener, SHUT_RDWR);  // ends accept()
+    mListener.shutdown();  // ends accept()
     mAcceptor.join();
     for (size_t i = 0; i < mThreads.size(); ++i) {
       shutdown(mConnections[i], SHUT_RDWR);
       mThreads[i].join();
     }
-    close(mListener);
   }
 
-  std::string url() const { return "http://127.0.0.1:" + std::to_string(mPort) + "/a"; }
+  std::string url() const { return mListener.url("/a"); }
 
   Recorder<std::string> requests;
 
@@ -157,8 +151,7 @@ class FaultServer {
 
   std::string const mBody;
   Mode const mMode;
-  int const mListener = socket(AF_INET, SOCK_STREAM, 0);
-  int mPort = 0;
+  tools::LoopbackListener mListener;
   Signal mStopping;
   // Live connections follow each other; atomic, since only the network orders them.
   std::atomic<size_t> mLivePoint = 0;
