@@ -157,6 +157,71 @@ class StatusLine {
   oruplay::Status mPrinted;  // the last change printed, when not on a terminal
 };
 
+// Shows the status until `waitUntilDone` says done; on Ctrl-C clears the player's queue. True
+// when interrupted.
+bool showUntilDone(StatusLine& status, oruplay::StatusSource& source,
+                   std::function<bool(int)> const& waitUntilDone, oru::AudioPlayer& player) {
+  bool interrupted = false;
+  while (!waitUntilDone(100)) {
+    if (gInterrupted != 0) {
+      interrupted = true;
+      player.clearQueue(oru::AudioPlayer::CLEAR_ALL);
+      break;
+    }
+    status.show(source);
+  }
+  status.show(source);
+  status.finish();
+  return interrupted;
+}
+
+// What a run of the player left to tell.
+struct Outcome {
+  bool interrupted = false;
+  std::vector<std::string> failures;
+};
+
+// Plays the album the cue sheet `path` describes through a GaplessPlayer; false (with the
+// reason printed) when the sheet cannot be read.
+bool playAlbum(std::string const& path, Options const& options, oru::PlaybackDelegate& output,
+               oru::AudioPlayer::CommonTimeDelegate* common, oru::AudioPlayer::TimestampMode mode,
+               oruplay::FailureReasons& reasons, StatusLine& status, Outcome& outcome) {
+  oruplay::CueSheet sheet;
+  std::string error;
+  if (!oruplay::CueSheet::read(path, &sheet, &error)) {
+    std::fprintf(stderr, "oruplay: %s: %s\n", path.c_str(), error.c_str());
+    return false;
+  }
+  auto* album = new oruplay::AlbumSession(sheet, path, reasons);  // the player owns it
+  oru::GaplessPlayer player(album, &output, common, new NoTokenUpdates, mode, nullptr);
+  album->playFirstAt(options.atNs);
+  album->start(player);
+  outcome.interrupted = showUntilDone(
+      status, *album, [album](int ms) { return album->waitUntilDone(ms); }, player);
+  outcome.failures = album->failures();
+  return true;
+}
+
+// Plays the inputs one after the other through an AudioPlayer.
+void playInputs(Options const& options, oru::PlaybackDelegate& output,
+                oru::AudioPlayer::CommonTimeDelegate* common, oru::AudioPlayer::TimestampMode mode,
+                oruplay::FailureReasons& reasons, StatusLine& status, Outcome& outcome) {
+  oruplay::Session session(options.inputs, options.startMs, reasons);
+  oru::AudioPlayer player(&session, &output, common, mode, nullptr);
+  session.playFirstAt(options.atNs);
+  session.start(player);
+  outcome.interrupted = showUntilDone(
+      status, session, [&session](int ms) { return session.waitUntilDone(ms); }, player);
+  outcome.failures = session.failures();
+}
+
+void catchInterrupts() {
+  struct sigaction interrupt {};
+  interrupt.sa_handler = onInterrupt;
+  sigaction(SIGINT, &interrupt, nullptr);
+  sigaction(SIGTERM, &interrupt, nullptr);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -181,68 +246,32 @@ int main(int argc, char** argv) {
   if (!output) {
     return kExitUsage;
   }
-
-  struct sigaction interrupt {};
-  interrupt.sa_handler = onInterrupt;
-  sigaction(SIGINT, &interrupt, nullptr);
-  sigaction(SIGTERM, &interrupt, nullptr);
-
+  catchInterrupts();
   StatusLine status(!options.quiet);
-  bool interrupted = false;
-  std::vector<std::string> failures;
-  // Shows the status until `waitUntilDone` says done; on Ctrl-C clears the player's queue.
-  auto run = [&](oruplay::StatusSource& source, std::function<bool(int)> waitUntilDone,
-                 oru::AudioPlayer& player) {
-    while (!waitUntilDone(100)) {
-      if (gInterrupted != 0) {
-        interrupted = true;
-        player.clearQueue(oru::AudioPlayer::CLEAR_ALL);
-        break;
-      }
-      status.show(source);
-    }
-    status.show(source);
-    status.finish();
-  };
 
   // With --at, the player runs on the wall clock, with the output's drift fitted from it.
   oru::host::DisciplinedClock clock(*output, options.rate);
   bool const timed = options.atNs != 0;
   auto const mode = timed ? oru::AudioPlayer::TIMESTAMP_COMMON : oru::AudioPlayer::TIMESTAMP_STREAM;
   oru::AudioPlayer::CommonTimeDelegate* const common = timed ? &clock : nullptr;
-
+  Outcome outcome;
   std::string const& first = options.inputs.front();
   if (isCueSheet(first)) {
-    oruplay::CueSheet sheet;
-    if (!oruplay::CueSheet::read(first, &sheet, &error)) {
-      std::fprintf(stderr, "oruplay: %s: %s\n", first.c_str(), error.c_str());
+    if (!playAlbum(first, options, *output, common, mode, logger, status, outcome)) {
       return kExitInputFailed;
     }
-    auto* album = new oruplay::AlbumSession(sheet, first, logger);  // the player owns it
-    oru::GaplessPlayer player(album, output.get(), common, new NoTokenUpdates, mode, nullptr);
-    album->playFirstAt(options.atNs);
-    album->start(player);
-    run(
-        *album, [album](int ms) { return album->waitUntilDone(ms); }, player);
-    failures = album->failures();
   } else {
-    oruplay::Session session(options.inputs, options.startMs, logger);
-    oru::AudioPlayer player(&session, output.get(), common, mode, nullptr);
-    session.playFirstAt(options.atNs);
-    session.start(player);
-    run(
-        session, [&session](int ms) { return session.waitUntilDone(ms); }, player);
-    failures = session.failures();
+    playInputs(options, *output, common, mode, logger, status, outcome);
   }
   output.reset();  // completes a WAV file
   oru::AudioPlayer::setLogger(nullptr);
 
-  for (std::string const& failure : failures) {
+  for (std::string const& failure : outcome.failures) {
     std::fprintf(stderr, "oruplay: %s\n", failure.c_str());
   }
-  if (interrupted) {
+  if (outcome.interrupted) {
     std::fprintf(stderr, "oruplay: interrupted\n");
     return kExitInterrupted;
   }
-  return failures.empty() ? kExitOk : kExitInputFailed;
+  return outcome.failures.empty() ? kExitOk : kExitInputFailed;
 }
