@@ -2,7 +2,8 @@
 # Which folder may include what. Dependencies run one way: the player sits on the renderer and
 # the decoding side, which meet only at the track interface and the FFmpeg facade; the decoding
 # side borrows the PCM plumbing that lives in render/; host components, tools, benchmarks and
-# examples use the engine only through its public headers.
+# examples use the engine only through its public headers; tools and benchmarks share code only
+# through tools/common, and the units and WAV header layout of host/internal.
 #
 # A row names a folder (or one file) and what the files below it may include: folders, or
 # single files. The row with the longest name that holds a file applies to it. include/oru
@@ -18,35 +19,19 @@ src/player                            include/oru src/common src/player src/deco
 src/gapless                           include/oru src/common src/gapless
 host                                  include/oru host
 host/oru/host                         include/oru host/oru/host
-tools/common                          include/oru host/oru/host tools/common
-tools/oruplay                         include/oru host/oru/host tools/common tools/oruplay
-tools/syncsim                         include/oru host/oru/host tools/common tools/syncsim
-bench                                 include/oru host/oru/host tools/common bench
-bench/LinearResamplerBenchmark.cpp    include/oru host/oru/host tools/common bench src/common/Time.h src/render/LinearResampler.h
+host/internal                         include/oru host/internal
+tools/common                          include/oru host/oru/host host/internal tools/common
+tools/oruplay                         include/oru host/oru/host host/internal tools/common tools/oruplay
+tools/syncsim                         include/oru host/oru/host host/internal tools/common tools/syncsim
+bench                                 include/oru host/oru/host host/internal tools/common bench
+bench/LinearResamplerBenchmark.cpp    include/oru host/oru/host host/internal bench src/render/LinearResampler.h
 examples                              include/oru host/oru/host examples
 '
-# Includes that break the rule today and are on their way out: what the tools and benchmarks
-# share moves to tools/common, and the host's private headers leave its public folder. A row
-# that no include needs any more is reported, so that it is deleted.
-#
-#   FILE                                INCLUDES
-pending='
-tools/syncsim/main.cpp                tools/oruplay/QuietListener.h
-tools/syncsim/main.cpp                tools/oruplay/Session.h
-bench/BenchDevice.h                   host/Capabilities.h
-bench/BenchDevice.h                   tools/oruplay/QuietListener.h
-bench/MemoryBenchmark.cpp             tools/syncsim/RampSource.h
-bench/MemoryBenchmark.cpp             tools/oruplay/Session.h
-bench/PipelineBenchmark.cpp           tools/oruplay/Session.h
-bench/LatencyBenchmark.cpp            tools/oruplay/Session.h
-bench/RadioBenchmark.cpp              tools/oruplay/Session.h
-'
-#
 # Only quoted includes are checked: angle includes are system headers or public ones
 # (<oru/...>). A quoted include is looked up beside the including file first, then as the one
 # file outside tests/ whose path ends in it (as the build's include paths find it), then in
 # tests/. tests/ may include anything and is not checked. Prints each include that breaks the
-# rule, and each pending row no include needs, and exits 1.
+# rule and exits 1.
 #
 #   check-includes.sh
 set -euo pipefail
@@ -68,12 +53,6 @@ declare -A allowed
 while read -r folder targets; do
   [ -n "$folder" ] && allowed[$folder]=$targets
 done <<<"$rules"
-
-declare -A exception used
-mapfile -t pendingRows < <(awk 'NF { print $1 " " $2 }' <<<"$pending")
-for entry in "${pendingRows[@]}"; do
-  exception[$entry]=1
-done
 
 # The row that applies to a file: the longest folder or file name that holds it.
 rule_for() {
@@ -138,18 +117,9 @@ for file in "${tree[@]}"; do
     for folder in ${allowed[$row]}; do
       under "$target" "$folder" && ok=1
     done
-    if [ -z "$ok" ] && [ -n "${exception["$file $target"]+set}" ]; then
-      used["$file $target"]=1
-      ok=1
-    fi
     [ -n "$ok" ] ||
       report "$file:$line: #include \"$name\" ($target): files in $row may include only ${allowed[$row]// /, }"
   done < <(grep -nE '^[[:space:]]*#[[:space:]]*include[[:space:]]*"' "$file" | tr -d '\r' || true)
-done
-
-for entry in "${pendingRows[@]}"; do
-  [ -n "${used[$entry]+set}" ] ||
-    report "scripts/check-includes.sh: pending include no longer needed, delete its row: $entry"
 done
 
 if [ "$failures" -gt 0 ]; then
