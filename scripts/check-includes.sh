@@ -7,7 +7,7 @@
 #
 # A row names a folder (or one file) and what the files below it may include: folders, or
 # single files. The row with the longest name that holds a file applies to it. include/oru
-# and host/oru/host hold the public headers of the engine and of the host components.
+# and host/include/oru/host hold the public headers of the engine and of the host components.
 #
 #   FILES IN                            MAY INCLUDE
 rules='
@@ -18,14 +18,14 @@ src/render                            include/oru src/common src/render src/deco
 src/player                            include/oru src/common src/player src/decode/AudioTrack.h src/render/AudioRenderer.h
 src/gapless                           include/oru src/common src/gapless
 host                                  include/oru host
-host/oru/host                         include/oru host/oru/host
+host/include/oru/host                 include/oru host/include/oru/host
 host/internal                         include/oru host/internal
-tools/common                          include/oru host/oru/host host/internal tools/common
-tools/oruplay                         include/oru host/oru/host host/internal tools/common tools/oruplay
-tools/syncsim                         include/oru host/oru/host host/internal tools/common tools/syncsim
-bench                                 include/oru host/oru/host host/internal tools/common bench
-bench/LinearResamplerBenchmark.cpp    include/oru host/oru/host host/internal bench src/render/LinearResampler.h
-examples                              include/oru host/oru/host examples
+tools/common                          include/oru host/include/oru/host host/internal tools/common
+tools/oruplay                         include/oru host/include/oru/host host/internal tools/common tools/oruplay
+tools/syncsim                         include/oru host/include/oru/host host/internal tools/common tools/syncsim
+bench                                 include/oru host/include/oru/host host/internal tools/common bench
+bench/LinearResamplerBenchmark.cpp    include/oru host/include/oru/host host/internal bench src/render/LinearResampler.h
+examples                              include/oru host/include/oru/host examples
 '
 # Only quoted includes are checked: angle includes are system headers or public ones
 # (<oru/...>). A quoted include is looked up beside the including file first, then as the one
