@@ -6,6 +6,7 @@
 #include "FailureReasons.h"
 #include "Options.h"
 #include "Session.h"
+#include "Units.h"
 
 #include <oru/AudioPlayer.h>
 #include <oru/GaplessPlayer.h>
@@ -88,9 +89,14 @@ class NoTokenUpdates : public oru::GaplessPlayer::TrackTokenDelegate {
   void updateTrackToken(oru::AudioPlayer::Token*, oru::AudioPlayer::Token const&) override {}
 };
 
+// "M:SS.T": minutes, seconds and tenths.
 std::string formatTime(unsigned ms) {
+  constexpr unsigned kMsPerSecond = oru::host::kMsPerSecond;
+  constexpr unsigned kMsPerMinute = 60 * kMsPerSecond;
+  constexpr unsigned kMsPerTenth = kMsPerSecond / 10;
   char text[32];
-  std::snprintf(text, sizeof text, "%u:%02u.%u", ms / 60000, ms / 1000 % 60, ms / 100 % 10);
+  std::snprintf(text, sizeof text, "%u:%02u.%u", ms / kMsPerMinute, ms / kMsPerSecond % 60,
+                ms / kMsPerTenth % 10);
   return text;
 }
 
