@@ -37,14 +37,16 @@ class LoggingDelegate {
 struct InputTrouble {
   enum Kind {
     kNone,          // the line says nothing of an input's trouble
-    kCannotOpen,    // the input could not be opened
+    kCannotOpen,    // the input could not be opened, for the cause in `reason`
+    kFailed,        // the input could not be used, for what the demuxer says in `reason`
     kNoAudio,       // the input opened but holds no audio stream
     kEndedEarly,    // the input's data ended before its end
     kReconnecting,  // a broken HTTP stream begins to reconnect
   };
   Kind kind = kNone;
-  // The cause in FFmpeg's or the demuxer's words ("Server returned 404 Not Found", "Connection
-  // timed out"); empty for kNone, kNoAudio and kReconnecting.
+  // The cause in FFmpeg's words ("Server returned 404 Not Found", "Connection timed out"), or
+  // the demuxer's own ("no stream or no codec parameters"); empty for kNone, kNoAudio and
+  // kReconnecting.
   std::string reason;
 };
 

@@ -78,10 +78,16 @@ InputTrouble inputTroubleOf(LogLevel level, char const* tag, char const* message
       return {InputTrouble::kCannotOpen, *cause};
     }
   }
-  // Any other error of the demuxer's is its own words, after its address.
-  size_t const words = text.find(": ");
-  return {InputTrouble::kCannotOpen,
-          std::string(words == text.npos ? text : text.substr(words + 2))};
+  // Any other error: the demuxer's own words after its address, and FFmpeg's cause after them
+  // when the line gives one.
+  std::string_view words = text;
+  if (words.rfind("0x", 0) == 0 && words.find(": ") != words.npos) {
+    words.remove_prefix(words.find(": ") + 2);
+  }
+  size_t const cause = words.find(": ");
+  return cause == words.npos
+             ? InputTrouble{InputTrouble::kFailed, std::string(words)}
+             : InputTrouble{InputTrouble::kCannotOpen, std::string(words.substr(cause + 2))};
 }
 
 std::unique_ptr<AVDemuxer> AVDemuxer::create(AudioPlayer::Resource const* resource,

@@ -2,6 +2,7 @@
 #include "decode/AVDemuxer.h"
 
 #include "Fixtures.h"
+#include "Recorder.h"
 
 #include <gtest/gtest.h>
 
@@ -64,6 +65,43 @@ TEST(AVDemuxerTest, StreamFilter_PassesStreamsZeroAndOneAndEndsAtTheThird) {
   }
   EXPECT_EQ(seen, (std::set<int>{0, 1}));
   EXPECT_LT(packets, 20) << "the data ended at the first packet of stream 2";
+}
+
+// What the demuxer logs of an input it cannot use reads back, through the public reader, as the
+// kind of trouble and its cause; FFmpeg's first reconnection attempt counts once.
+TEST(InputTroubleTest, TheDemuxersOwnLinesReadBackAsTheirKindAndCause) {
+  struct Row {
+    std::string input;
+    InputTrouble::Kind kind;
+    std::string reason;
+  } const rows[] = {
+      {"no-such.flac", InputTrouble::kCannotOpen, "No such file or directory"},
+      {"not-audio.txt", InputTrouble::kCannotOpen, "Invalid data found when processing input"},
+      {"", InputTrouble::kFailed, "No audio resource"}};
+  struct Reader : LoggingDelegate, test::Recorder<InputTrouble> {
+    void log(LogLevel level, char const* tag, char const* message) override {
+      if (InputTrouble trouble = inputTroubleOf(level, tag, message); trouble.kind) add(trouble);
+    }
+  } reader;
+  LogMessage::setLogger(&reader);
+  std::atomic<bool> running{true};
+  for (Row const& row : rows) {
+    AudioPlayer::Resource resource{row.input.empty() ? "" : test::fixture(row.input), ""};
+    EXPECT_FALSE(AVDemuxer::create(row.input.empty() ? nullptr : &resource, running,
+                                   std::make_shared<AVWrapper>(), 1));
+  }
+  for (char const* line : {"Will reconnect at 5 in 0 second(s), error=End of file.",
+                           "Will reconnect at 5 in 1 second(s), error=End of file."}) {
+    reader.log(LOG_WARNING, "Libav", line);
+  }
+  LogMessage::setLogger(nullptr);
+  std::vector<InputTrouble> const read = reader.entries();
+  ASSERT_EQ(read.size(), std::size(rows) + 1);
+  for (size_t i = 0; i < std::size(rows); ++i) {
+    EXPECT_EQ(read[i].kind, rows[i].kind) << rows[i].input;
+    EXPECT_EQ(read[i].reason, rows[i].reason) << rows[i].input;
+  }
+  EXPECT_EQ(read.back().kind, InputTrouble::kReconnecting);
 }
 
 }  // namespace

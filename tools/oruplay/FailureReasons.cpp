@@ -64,6 +64,9 @@ std::string FailureReasons::describeFailure(std::string const& name, std::string
   if (trouble.kind == oru::InputTrouble::kCannotOpen) {
     return name + ": " + inWords(trouble.reason);
   }
+  if (trouble.kind == oru::InputTrouble::kFailed) {
+    return name + ": " + trouble.reason;
+  }
   // The input opened; the failure's own message says what failed after that.
   if (message.rfind(kNoDecoder, 0) == 0) {
     return name + ": unsupported audio format";
