@@ -50,6 +50,7 @@ INSTANTIATE_TEST_SUITE_P(
                       Media{"tone-f32.wav", "", 1.5, 2, 40}, Media{"tone.flac", "", 1.5, 2, 40},
                       Media{"tone-alac.m4a", "audio/x-unregistered", 1.5, 2, 40},
                       Media{"tone.s16be", "audio/L16;rate=44100;channels=2", 1.5, 2, 40},
+                      Media{"tone.s16be", "audio/L16;rate=22050;channels=2", 3, 2, 40},
                       Media{"tone.mp3", "", 1.5, 2, 40}, Media{"tone.m4a", "", 1.5, 2, 1024},
                       Media{"tone.aac", "", 1.5, 2, 2048}, Media{"tone.ogg", "", 1.5, 2, 40},
                       Media{"tone.opus", "", 1.5, 2, 40}, Media{"ch1-22050.flac", "", 1, 1, 40},
