@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
@@ -64,9 +65,8 @@ std::string readNumber(char const* text, long minimum, long maximum, Number* val
 using oru::host::kNsPerSecond;
 
 constexpr int64_t kSecondsPerDay = 86400;
-// A time given in seconds since the epoch lies before this one (the year 2286): a larger number
-// is a mistake, and its ns would not fit in 64 bits much later.
-constexpr long long kLastEpochSecond = 10000000000;
+// The last second since the epoch whose ns still fit in 64 bits (in the year 2262).
+constexpr long long kLastEpochSecond = INT64_MAX / kNsPerSecond - 1;
 
 // Reads a --at time into ns since the epoch: seconds ("1795000000.25") or the next time of day
 // after `nowNs` ("18:30", "18:30:05.5", UTC with a final "Z"). False when it is neither.
@@ -79,8 +79,11 @@ bool readTime(std::string const& text, int64_t nowNs, int64_t* atNs) {
     if (end != text.c_str() && *end == '.') {
       fraction = std::strtod(end, &end);  // ".25"; a lone "." converts nothing and stays
     }
+    if (end == text.c_str() || *end != '\0' || whole <= 0 || whole > kLastEpochSecond) {
+      return false;
+    }
     *atNs = whole * kNsPerSecond + std::llround(fraction * kNsPerSecond);
-    return end != text.c_str() && *end == '\0' && whole > 0 && whole < kLastEpochSecond;
+    return true;
   }
   int hours = -1, minutes = -1, used = 0;
   double seconds = 0;
