@@ -112,9 +112,11 @@ class ORU_EXPORT AudioPlayer {
     virtual ~Token() = default;
     // Human-readable form, used in every log line that names the track.
     virtual std::string toString() const = 0;
-    // 0 means the same track; any other value means a different one.
+    // 0 means the same track; any other value means a different one. The players compare only
+    // tokens of the same class: tokens of different classes never name the same track, so
+    // compare() may assume that `other` is of its own class.
     virtual int compare(Token const& other) const = 0;
-    // A new heap copy, owned by the caller.
+    // A new heap copy, owned by the caller, of the same class.
     virtual Token* clone() const = 0;
   };
 
