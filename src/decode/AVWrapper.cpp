@@ -3,8 +3,6 @@
 #include <cstring>
 #include <limits>
 
-// FFmpeg 5.1 still offers, deprecated, the calls the engine is built on (the old channel-layout
-// fields, av_init_packet, swr_alloc_set_opts).
 namespace oru {
 namespace {
 
