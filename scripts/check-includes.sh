@@ -27,8 +27,8 @@ bench                                 include/oru host/include/oru/host host/int
 bench/LinearResamplerBenchmark.cpp    include/oru host/include/oru/host host/internal bench src/render/LinearResampler.h
 examples                              include/oru host/include/oru/host examples
 '
-# Only quoted includes are checked: angle includes are system headers or public ones
-# (<oru/...>). A quoted include is looked up beside the including file first, then as the one
+# Quoted includes are checked, and angle includes that name an engine folder (<decode/...>):
+# other angle includes are system headers or public ones (<oru/...>). An include is looked up beside the including file first, then as the one
 # file outside tests/ whose path ends in it (as the build's include paths find it), then in
 # tests/. tests/ may include anything and is not checked. Prints each include that breaks the
 # rule and exits 1.
@@ -94,6 +94,9 @@ under() {  # whether path $1 is $2 or lies below it
   [[ "$1" == "$2" || "$1" == "$2"/* ]]
 }
 
+# The engine's folders, which src/ puts on the include path: <decode/...> is one of its headers.
+engineFolders=$(find src -mindepth 1 -maxdepth 1 -type d -printf '%f|' | sed 's/|$//')
+
 failures=0
 report() {
   echo "$1" >&2
@@ -107,10 +110,11 @@ for file in "${tree[@]}"; do
     continue
   fi
   while IFS=: read -r line text; do
-    name=$(sed -E 's/^[[:space:]]*#[[:space:]]*include[[:space:]]*"([^"]*)".*/\1/' <<<"$text")
+    spelled=$(sed -E 's/^[[:space:]]*#[[:space:]]*include[[:space:]]*/#include /; s/[[:space:]]*$//' <<<"$text")
+    name=$(sed -E 's/^[[:space:]]*#[[:space:]]*include[[:space:]]*["<]([^">]*)[">].*/\1/' <<<"$text")
     target=$(resolve "$file" "$name")
     if [[ "$target" == '!'* ]]; then
-      report "$file:$line: #include \"$name\": ${target#!}"
+      report "$file:$line: $spelled: ${target#!}"
       continue
     fi
     ok=
@@ -118,12 +122,13 @@ for file in "${tree[@]}"; do
       under "$target" "$folder" && ok=1
     done
     [ -n "$ok" ] ||
-      report "$file:$line: #include \"$name\" ($target): files in $row may include only ${allowed[$row]// /, }"
-  done < <(grep -nE '^[[:space:]]*#[[:space:]]*include[[:space:]]*"' "$file" | tr -d '\r' || true)
+      report "$file:$line: $spelled ($target): files in $row may include only ${allowed[$row]// /, }"
+  done < <(grep -nE "^[[:space:]]*#[[:space:]]*include[[:space:]]*(\"|<($engineFolders)/)" "$file" |
+    tr -d '\r' || true)
 done
 
 if [ "$failures" -gt 0 ]; then
   echo "check-includes: $failures finding(s)" >&2
   exit 1
 fi
-echo "check-includes: every quoted include of ${checked[*]} keeps the rule"
+echo "check-includes: every include of a project header in ${checked[*]} keeps the rule"
