@@ -23,22 +23,22 @@ constexpr int64_t kStride = 16;
 
 }  // namespace
 
-LocalClock::LocalClock(double ppm, double stepPpm, int64_t stepAtNs)
+DriftingClock::DriftingClock(double ppm, double stepPpm, int64_t stepAtNs)
     : mRate(1 + ppm / kPartsPerMillion),
       mRateAfter(1 + (ppm + stepPpm) / kPartsPerMillion),
       mStepAtNs(static_cast<double>(stepAtNs)) {}
 
-double LocalClock::localAt(double commonNs) const {
+double DriftingClock::localAt(double commonNs) const {
   return commonNs < mStepAtNs ? commonNs * mRate
                               : mStepAtNs * mRate + (commonNs - mStepAtNs) * mRateAfter;
 }
 
-double LocalClock::commonAt(double localNs) const {
+double DriftingClock::commonAt(double localNs) const {
   double const stepLocal = mStepAtNs * mRate;
   return localNs < stepLocal ? localNs / mRate : mStepAtNs + (localNs - stepLocal) / mRateAfter;
 }
 
-double LocalClock::ppmAt(double commonNs) const {
+double DriftingClock::ppmAt(double commonNs) const {
   return ((commonNs < mStepAtNs ? mRate : mRateAfter) - 1) * kPartsPerMillion;
 }
 
@@ -52,7 +52,8 @@ double Deviation::rmsFrames() const {
   return count > 0 ? std::sqrt(sumOfSquares / static_cast<double>(count)) : 0;
 }
 
-SimulatedDevice::SimulatedDevice(LocalClock const& clock, int64_t startCommonNs, int64_t settleNs)
+SimulatedDevice::SimulatedDevice(DriftingClock const& clock, int64_t startCommonNs,
+                                 int64_t settleNs)
     : mClock(clock),
       mStartCommonNs(static_cast<double>(startCommonNs)),
       mSettleNs(static_cast<double>(settleNs)) {}
@@ -120,7 +121,7 @@ oru::PlaybackCapabilities SimulatedDevice::getPlaybackConfig() {
   return caps;
 }
 
-SimulatedClockService::SimulatedClockService(LocalClock const& clock, SimulatedDevice& device,
+SimulatedClockService::SimulatedClockService(DriftingClock const& clock, SimulatedDevice& device,
                                              double noisePpm, bool fitted, unsigned seed)
     : mClock(clock), mDevice(device), mNoisePpm(noisePpm), mSeed(seed) {
   if (fitted) {

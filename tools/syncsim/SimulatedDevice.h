@@ -15,9 +15,9 @@ namespace syncsim {
 
 // A device's local clock against the common clock, in ns: it runs `ppm` fast (negative: slow)
 // until the common time `stepAtNs`, then `ppm + stepPpm` fast. Immutable; any thread.
-class LocalClock {
+class DriftingClock {
  public:
-  LocalClock(double ppm, double stepPpm, int64_t stepAtNs);
+  DriftingClock(double ppm, double stepPpm, int64_t stepAtNs);
 
   double localAt(double commonNs) const;
   double commonAt(double localNs) const;
@@ -53,7 +53,7 @@ class SimulatedDevice : public oru::PlaybackDelegate {
 
   // `startCommonNs` is when the stream's first frame is due on the common clock; the deviation
   // counts from `settleNs` after it.
-  SimulatedDevice(LocalClock const& clock, int64_t startCommonNs, int64_t settleNs);
+  SimulatedDevice(DriftingClock const& clock, int64_t startCommonNs, int64_t settleNs);
 
   // Waits until the engine has stopped the device (a pause reaches it a little after the
   // player reports it), then has the stream due `ns` later on the common clock from the next
@@ -74,7 +74,7 @@ class SimulatedDevice : public oru::PlaybackDelegate {
   oru::PlaybackCapabilities getPlaybackConfig() override;
 
  private:
-  LocalClock const& mClock;
+  DriftingClock const& mClock;
   double mStartCommonNs;
   std::mutex mMutex;  // guards the two below, between the render thread and the host
   std::condition_variable mStopped;
@@ -101,7 +101,7 @@ class SimulatedClockService : public oru::AudioPlayer::CommonTimeDelegate {
  public:
   static constexpr double kReportJitterNs = 100 * oru::host::kNsPerUs;
 
-  SimulatedClockService(LocalClock const& clock, SimulatedDevice& device, double noisePpm,
+  SimulatedClockService(DriftingClock const& clock, SimulatedDevice& device, double noisePpm,
                         bool fitted, unsigned seed);
 
   int commonToLocal(long long commonTime, long long* localTime) override;
@@ -112,7 +112,7 @@ class SimulatedClockService : public oru::AudioPlayer::CommonTimeDelegate {
   // Uniform within [-1, 1], the same for the same key.
   double noise(uint32_t key) const;
 
-  LocalClock const& mClock;
+  DriftingClock const& mClock;
   SimulatedDevice& mDevice;
   double const mNoisePpm;
   unsigned const mSeed;

@@ -111,7 +111,7 @@ struct Rig {
         service(clock, device, scenario.noisePpm, scenario.fitted, seed),
         source(frames) {}
 
-  syncsim::LocalClock clock;
+  syncsim::DriftingClock clock;
   syncsim::SimulatedDevice device;
   syncsim::SimulatedClockService service;
   RampSource source;
