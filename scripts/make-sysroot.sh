@@ -3,7 +3,9 @@
 # every library that liboruplay, its FFmpeg and its tests link (Boost.Thread and companions,
 # GoogleTest, ALSA, GnuTLS, zlib, the C and C++ runtimes), with all they depend on, unpacked
 # into DIR. The cross compiler builds against DIR (--sysroot) and qemu runs the result in it
-# (qemu-arm -L DIR).
+# (qemu-arm -L DIR). DIR/var/lib/dpkg records which package each file came from, with each
+# package's shlibs and symbols files, so that dpkg-shlibdeps can compute the dependencies of the
+# project's own armhf packages as it would on the device (DPKG_ADMINDIR=DIR/var/lib/dpkg).
 #
 #   make-sysroot.sh ARCH DIR     ARCH is a Debian architecture (armhf)
 #
@@ -30,7 +32,8 @@ packages=(
   libgnutls28-dev zlib1g-dev
 )
 
-stamp=$( (cat "$here/make-sysroot.sh"; echo "$arch") | sha256sum | cut -c1-12)
+# The package database names the files at their place under DIR: a new place makes it anew.
+stamp=$( (cat "$here/make-sysroot.sh"; echo "$arch $dir") | sha256sum | cut -c1-12)
 if [ "$(cat "$dir/.complete" 2>/dev/null)" = "$stamp" ]; then
   exit 0
 fi
@@ -77,9 +80,23 @@ mapfile -t closure < <(apt-get "${apt_options[@]}" -s --no-install-recommends in
 echo "sysroot: downloading ${#closure[@]} $arch packages" >&2
 (cd "$apt_dir/debs" && apt-get "${apt_options[@]}" -qq download "${closure[@]}" >&2)
 
-mkdir -p "$dir"
+admin="$dir/var/lib/dpkg"
+mkdir -p "$admin/info" "$admin/updates" "$apt_dir/control"
+: >"$admin/status"
+echo 1 >"$admin/info/format"  # control files named PACKAGE:ARCH.* for Multi-Arch: same
 for deb in "$apt_dir"/debs/*.deb; do
   dpkg-deb -x "$deb" "$dir"
+  # dpkg names the control files of a Multi-Arch: same package after its architecture too.
+  name=$(dpkg-deb -f "$deb" Package)
+  [ "$(dpkg-deb -f "$deb" Multi-Arch)" != same ] || name="$name:$arch"
+  { dpkg-deb -f "$deb"; printf 'Status: install ok installed\n\n'; } >>"$admin/status"
+  dpkg-deb --fsys-tarfile "$deb" | tar -t | awk -v root="$dir" '
+    { sub(/^\./, ""); sub(/\/$/, ""); if ($0 != "") print root $0 }' >"$admin/info/$name.list"
+  rm -rf "$apt_dir/control"/*
+  dpkg-deb -e "$deb" "$apt_dir/control"
+  for file in shlibs symbols; do
+    [ ! -f "$apt_dir/control/$file" ] || cp "$apt_dir/control/$file" "$admin/info/$name.$file"
+  done
 done
 # Absolute symbolic links must point into the sysroot, not at the build machine's own files;
 # relative ones keep the sysroot movable.
