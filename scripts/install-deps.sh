@@ -22,6 +22,8 @@ packages=(
   # the 32-bit Arm cross build and its tests under emulation (the target's libraries are
   # Debian armhf packages unpacked by scripts/make-sysroot.sh, not installed)
   crossbuild-essential-armhf qemu-user file
+  # checking the Debian packages (scripts/check-packages.sh): their lint, their manual page
+  lintian man-db
 )
 
 if [ "$(id -u)" -eq 0 ]; then
