@@ -14,6 +14,11 @@ namespace {
 constexpr char kTag[] = "LibavTrack";
 constexpr unsigned kQueueBuffers = 20;
 constexpr uint32_t kPrebufferBuffers = 10;
+// Once playback has begun, the decoding thread sleeps until this many buffers of the pool are
+// free and then refills them in one burst, rather than waking for each buffer played; it
+// refills at once when no more than kLowMark buffers are left to play.
+constexpr size_t kRefillBurst = kQueueBuffers / 2;
+constexpr size_t kLowMark = 2;
 // Several end markers, so that a consumer that pops past one still finds the end.
 constexpr int kEndMarkers = 10;
 
@@ -237,7 +242,10 @@ int LibavAudioTrack::getNextBuffer(PcmBuffer** buffer) {
   if (queued == 0) {
     return Underrun;
   }
-  mPrebufferCount = 0;
+  if (mPrebufferCount != 0) {
+    mPrebufferCount = 0;
+    mQueue.setRefill(kRefillBurst, kLowMark);
+  }
   PcmBuffer* next = mQueue.pop();
   if (next == nullptr) {
     mEndOfStream = true;

@@ -41,7 +41,9 @@ PcmBuffer* BufferQueue::obtainBuffer(unsigned int size) {
   PcmBuffer* buffer;
   {
     std::unique_lock<std::mutex> lock(mPoolMutex);
-    mPoolChanged.wait(lock, [this] { return !mPool.empty(); });
+    if (mPool.empty()) {
+      mPoolChanged.wait(lock, [this] { return mayRefill(); });
+    }
     buffer = takeFront(mPool, mPoolSpare);
   }
   if (buffer != nullptr && buffer->capacity < size) {
@@ -57,22 +59,39 @@ void BufferQueue::pushBuffer(PcmBuffer* buffer) {
   {
     std::lock_guard<std::mutex> lock(mFilledMutex);
     append(mFilled, mFilledSpare, buffer);
+    ++mFilledCount;
   }
   mFilledChanged.notify_all();
 }
 
 void BufferQueue::releaseBuffer(PcmBuffer* buffer) {
+  bool wake;
   {
     std::lock_guard<std::mutex> lock(mPoolMutex);
     append(mPool, mPoolSpare, buffer);
+    mStopping = mStopping || buffer == nullptr;
+    wake = mayRefill();
   }
-  mPoolChanged.notify_all();
+  if (wake) {
+    mPoolChanged.notify_all();
+  }
 }
 
 PcmBuffer* BufferQueue::pop() {
   std::unique_lock<std::mutex> lock(mFilledMutex);
   mFilledChanged.wait(lock, [this] { return !mFilled.empty(); });
+  --mFilledCount;
   return takeFront(mFilled, mFilledSpare);
+}
+
+void BufferQueue::setRefill(size_t burst, size_t lowMark) {
+  std::lock_guard<std::mutex> lock(mPoolMutex);
+  mBurst = burst;
+  mLowMark = lowMark;
+}
+
+bool BufferQueue::mayRefill() const {
+  return mStopping || mPool.size() >= mBurst || (!mPool.empty() && mFilledCount <= mLowMark);
 }
 
 size_t BufferQueue::size() {

@@ -2,6 +2,7 @@
 
 #include <oru/Decoder.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <list>
 #include <mutex>
@@ -14,6 +15,11 @@ namespace oru {
 // Owns every buffer it was made with; a buffer is in exactly one of the two lists or lent out
 // to one user at a time. Null entries are marks, not buffers: a pushed null ends the stream, a
 // released null wakes a producer blocked in obtainBuffer, which then returns null.
+//
+// A producer that finds the pool empty waits for a release. It is woken by every release
+// until setRefill() asks for bursts: then it is woken only once a given number of buffers are
+// free again, or once the filled queue has run low, and refills them in one go; so that a
+// decoding thread running at the real rate wakes once per burst instead of once per buffer.
 //
 // The two lists have their own locks and no operation holds both. Each keeps the nodes of the
 // entries taken from it for the next ones it is given, so that steady playback allocates
@@ -40,16 +46,30 @@ class BufferQueue : public PcmBufferQueue {
   // Entries in the filled queue, null marks included.
   size_t size();
 
+  // From now on, a producer that finds the pool empty waits until `burst` buffers are free, or
+  // until no more than `lowMark` entries are left in the filled queue, whichever comes first.
+  void setRefill(size_t burst, size_t lowMark);
+
  private:
+  // Whether a producer waiting on an empty pool may take a buffer now. Under mPoolMutex.
+  bool mayRefill() const;
+
   std::mutex mFilledMutex;  // guards mFilled and its spare nodes
   std::condition_variable mFilledChanged;
   std::list<PcmBuffer*> mFilled;
   std::list<PcmBuffer*> mFilledSpare;
 
-  std::mutex mPoolMutex;  // guards mPool and its spare nodes
-  std::condition_variable mPoolChanged;
+  // The filled queue's length, for a release to tell whether it has run low without taking
+  // the filled queue's lock.
+  std::atomic<size_t> mFilledCount{0};
+
+  std::mutex mPoolMutex;                 // guards the five below
+  std::condition_variable mPoolChanged;  // signalled when a waiting producer may go on
   std::list<PcmBuffer*> mPool;
   std::list<PcmBuffer*> mPoolSpare;
+  size_t mBurst = 1;
+  size_t mLowMark = 0;
+  bool mStopping = false;  // a null mark has been released
 };
 
 }  // namespace oru
