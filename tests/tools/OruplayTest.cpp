@@ -82,16 +82,21 @@ TEST_F(OruplayTest, StandardInput_PlaysThroughTheDataCallback) {
   EXPECT_EQ(out, "") << "quiet: no status line";
 }
 
-TEST_F(OruplayTest, CtrlC_WhileTheFirstInputPlays_StopsCleanlyWithACompleteFile) {
+TEST_F(OruplayTest, CtrlCOrTerm_WhileTheFirstInputPlays_StopsCleanlyWithACompleteFile) {
   std::string const tone = fixture("tone.flac");
-  EXPECT_EQ(
-      run("oruplay --realtime " + toWav + tone + " " + tone + " & for i in $(seq 2000); do " +
-          "[ $(stat -c %s '" + wav + "' 2>/dev/null || echo 0) -gt 44 ] && break; sleep 0.01; " +
-          "done; kill -INT $!; wait $!"),
-      130);
-  EXPECT_THAT(err, HasSubstr("oruplay: interrupted"));
-  EXPECT_GT(wavFrames(), 0);
-  EXPECT_LT(wavFrames(), 2 * 72000);
+  std::pair<std::string, std::string> const cases[] = {
+      {"", "INT"}, {"-q ", "INT"}, {"-q ", "TERM"}};
+  for (auto const& [options, signal] : cases) {
+    SCOPED_TRACE(options + "SIG" + signal);
+    std::remove(wav.c_str());
+    EXPECT_EQ(run("oruplay --realtime " + options + toWav + tone + " " + tone + " & for i in " +
+                  "$(seq 2000); do [ $(stat -c %s '" + wav + "' 2>/dev/null || echo 0) -gt 44 ] " +
+                  "&& break; sleep 0.01; done; kill -" + signal + " $!; wait $!"),
+              130);
+    EXPECT_THAT(err, HasSubstr("oruplay: interrupted"));
+    EXPECT_GT(wavFrames(), 0);
+    EXPECT_LT(wavFrames(), 2 * 72000);
+  }
 }
 
 TEST_F(OruplayTest, At_PlaysTheFirstInputAtThatTimeOnTheWallClock) {

@@ -38,10 +38,11 @@ void AlbumSession::start(oru::GaplessPlayer& player) {
   }
 }
 
-bool AlbumSession::waitUntilDone(int timeoutMs) {
+Wake AlbumSession::wait(int timeoutMs) {
   std::unique_lock<std::mutex> lock(mMutex);
-  if (mChanged.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this] { return mDone; })) {
-    return true;
+  if (mChanged.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                        [this] { return mDone || mInterrupted; })) {
+    return mDone ? Wake::kDone : Wake::kInterrupted;
   }
   // A file that ends before the sheet's last track: the stream's end took the remaining
   // tracks with it, and no later track will report.
@@ -52,7 +53,13 @@ bool AlbumSession::waitUntilDone(int timeoutMs) {
     lock.lock();
     mDone = mDone || nextGone;
   }
-  return mDone;
+  return mDone ? Wake::kDone : Wake::kTimedOut;
+}
+
+void AlbumSession::interrupt() {
+  std::lock_guard<std::mutex> lock(mMutex);
+  mInterrupted = true;
+  mChanged.notify_all();
 }
 
 std::vector<std::string> AlbumSession::failures() const {

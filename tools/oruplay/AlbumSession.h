@@ -17,7 +17,7 @@ namespace oruplay {
 // every track of the sheet is prepared as a logical track of that stream, and each track's
 // start and end are announced as gapless state events, so that the player reports each track
 // as it plays. The listener operations run on the player's threads (some with its list mutex
-// held: they never call the player then); the rest on the main thread.
+// held: they never call the player then); interrupt() on any thread; the rest on the main thread.
 class AlbumSession : public oru::host::EventListenerBase, public StatusSource {
  public:
   // `reasons` must outlive the session.
@@ -29,9 +29,9 @@ class AlbumSession : public oru::host::EventListenerBase, public StatusSource {
   // Prepares every track and announces their offsets. The player must outlive the session's
   // use of it.
   void start(oru::GaplessPlayer& player);
-  // Waits until the album has played or failed, or the timeout passed; true when done. On
-  // the main thread, also notices a file shorter than its sheet.
-  bool waitUntilDone(int timeoutMs);
+  // Done once the album has played or failed. Also notices a file shorter than its sheet.
+  Wake wait(int timeoutMs) override;
+  void interrupt() override;
   // A line for the album's file when it failed or ended early.
   std::vector<std::string> failures() const;
 
@@ -61,6 +61,7 @@ class AlbumSession : public oru::host::EventListenerBase, public StatusSource {
   std::condition_variable mChanged;
   int mLastFinished = -1;  // index of the last track reported finished
   bool mDone = false;
+  bool mInterrupted = false;
   Status mStatus;
   ChangeLog mChanges;
   std::vector<std::string> mFailures;

@@ -75,9 +75,20 @@ void Session::endInputLocked(int index) {
   }
 }
 
-bool Session::waitUntilDone(int timeoutMs) {
+Wake Session::wait(int timeoutMs) {
   std::unique_lock<std::mutex> lock(mMutex);
-  return mChanged.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this] { return mDone; });
+  mChanged.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                    [this] { return mDone || mInterrupted; });
+  if (mDone || mInterrupted) {
+    return mDone ? Wake::kDone : Wake::kInterrupted;
+  }
+  return Wake::kTimedOut;
+}
+
+void Session::interrupt() {
+  std::lock_guard<std::mutex> lock(mMutex);
+  mInterrupted = true;
+  mChanged.notify_all();
 }
 
 Status Session::currentLocked() const {

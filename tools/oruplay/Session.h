@@ -32,7 +32,11 @@ struct Status {
   }
 };
 
-// What plays, for the status line. Any thread.
+// Why a wait on a session ended.
+enum class Wake { kDone, kInterrupted, kTimedOut };
+
+// What plays, for the status line, and the main thread's wait for its end. Any thread but
+// wait(), which is the main thread's.
 class StatusSource {
  public:
   virtual ~StatusSource() = default;
@@ -41,6 +45,11 @@ class StatusSource {
   virtual std::vector<Status> takeChanges() = 0;
   virtual int inputCount() const = 0;
   virtual std::string const& inputName(int index) const = 0;
+  // Waits until the session is done or interrupted, or for `timeoutMs`. Done outranks
+  // interrupted.
+  virtual Wake wait(int timeoutMs) = 0;
+  // Makes every wait, the one under way included, end as interrupted.
+  virtual void interrupt() = 0;
 };
 
 using oru::tools::InputToken;
@@ -67,8 +76,8 @@ class ChangeLog {
 // played, the next one is prepared once the current one has played and is nearly finished, and
 // an input that fails or whose stream ends early is reported and passed over. The current input
 // is reconnecting from the start of a reconnection until its audio moves on. The listener
-// operations run on the player's command thread; start(), waitUntilDone(), status() and failures()
-// on the main thread.
+// operations run on the player's command thread; interrupt() on any thread; the rest on the main
+// thread.
 class Session : public oru::host::EventListenerBase, public StatusSource {
  public:
   // `reasons` must outlive the session.
@@ -79,8 +88,9 @@ class Session : public oru::host::EventListenerBase, public StatusSource {
   void playFirstAt(int64_t commonNs) { mFirstPlayAtNs = commonNs; }
   // Begins with the first input. The player must outlive the session's use of it.
   void start(oru::AudioPlayer& player);
-  // Waits until every input has played or failed, or the timeout passed; true when done.
-  bool waitUntilDone(int timeoutMs);
+  // Done once every input has played or failed.
+  Wake wait(int timeoutMs) override;
+  void interrupt() override;
   Status status() const override;
   std::vector<Status> takeChanges() override;
   // A line for each input that failed or ended early.
@@ -127,6 +137,7 @@ class Session : public oru::host::EventListenerBase, public StatusSource {
   int mLastPrepared = -1;
   std::set<int> mEnded;
   bool mDone = false;
+  bool mInterrupted = false;
   Status mStatus;
   unsigned mReconnectsSeen = 0;  // FFmpeg's count of reconnections when they were last over
   ChangeLog mChanges;

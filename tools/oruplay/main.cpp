@@ -16,30 +16,92 @@
 #include <oru/host/StderrLogger.h>
 #include <oru/host/WavFileOutput.h>
 
+#include <pthread.h>
+#include <signal.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
 
 using oruplay::isCueSheet;
 using oruplay::Options;
+using oruplay::Wake;
 
 constexpr int kExitOk = 0;
 constexpr int kExitInputFailed = 1;
 constexpr int kExitUsage = 2;
 constexpr int kExitInterrupted = 130;
 
-volatile std::sig_atomic_t gInterrupted = 0;
+// Takes Ctrl-C (SIGINT) and SIGTERM on a thread of its own, which marks the run interrupted and
+// wakes the session that the main thread waits on, so that nothing polls for them. Made on the
+// main thread before any other thread starts: the signals are blocked in the thread that makes
+// it, and every thread started later inherits that mask, so none of them takes a signal.
+class Interrupts {
+ public:
+  Interrupts() {
+    sigemptyset(&mSignals);
+    struct sigaction byDefault {};
+    byDefault.sa_handler = SIG_DFL;
+    for (int const number : {SIGINT, SIGTERM}) {
+      sigaddset(&mSignals, number);
+      // A shell starts a background job with SIGINT ignored, which would discard it.
+      sigaction(number, &byDefault, nullptr);
+    }
+    pthread_sigmask(SIG_BLOCK, &mSignals, nullptr);
+    mThread = std::thread([this] { run(); });
+  }
+  ~Interrupts() {
+    {
+      std::lock_guard<std::mutex> lock(mMutex);
+      mEnding = true;
+    }
+    pthread_kill(mThread.native_handle(), SIGTERM);
+    mThread.join();
+  }
+  Interrupts(Interrupts const&) = delete;
+  Interrupts& operator=(Interrupts const&) = delete;
 
-void onInterrupt(int) { gInterrupted = 1; }
+  // Interrupts `session` at the next signal, or at once if one came already; null for none.
+  // It must stay alive until replaced.
+  void wake(oruplay::StatusSource* session) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mSession = session;
+    if (mSession != nullptr && mInterrupted) {
+      mSession->interrupt();
+    }
+  }
+
+ private:
+  void run() {
+    for (;;) {
+      int number = 0;
+      sigwait(&mSignals, &number);
+      std::lock_guard<std::mutex> lock(mMutex);
+      if (mEnding) {
+        return;
+      }
+      mInterrupted = true;
+      if (mSession != nullptr) {
+        mSession->interrupt();
+      }
+    }
+  }
+
+  sigset_t mSignals;
+  std::mutex mMutex;  // guards the three below
+  bool mInterrupted = false;
+  bool mEnding = false;
+  oruplay::StatusSource* mSession = nullptr;
+  std::thread mThread;
+};
 
 // The output device the options name, or null (with the reason printed). With --at, it
 // presents the first frame at the time the player gives it.
@@ -163,22 +225,22 @@ class StatusLine {
   oruplay::Status mPrinted;  // the last change printed, when not on a terminal
 };
 
-// Shows the status until `waitUntilDone` says done; on Ctrl-C clears the player's queue. True
-// when interrupted.
-bool showUntilDone(StatusLine& status, oruplay::StatusSource& source,
-                   std::function<bool(int)> const& waitUntilDone, oru::AudioPlayer& player) {
-  bool interrupted = false;
-  while (!waitUntilDone(100)) {
-    if (gInterrupted != 0) {
-      interrupted = true;
-      player.clearQueue(oru::AudioPlayer::CLEAR_ALL);
-      break;
-    }
-    status.show(source);
+// Shows the status until the session is done; when interrupted first, clears the player's
+// queue. True when interrupted.
+bool showUntilDone(StatusLine& status, oruplay::StatusSource& session, Interrupts& interrupts,
+                   oru::AudioPlayer& player) {
+  interrupts.wake(&session);
+  Wake wake = Wake::kTimedOut;
+  while ((wake = session.wait(100)) != Wake::kDone && wake != Wake::kInterrupted) {
+    status.show(session);
   }
-  status.show(source);
+  interrupts.wake(nullptr);
+  if (wake == Wake::kInterrupted) {
+    player.clearQueue(oru::AudioPlayer::CLEAR_ALL);
+  }
+  status.show(session);
   status.finish();
-  return interrupted;
+  return wake == Wake::kInterrupted;
 }
 
 // What a run of the player left to tell.
@@ -191,7 +253,8 @@ struct Outcome {
 // reason printed) when the sheet cannot be read.
 bool playAlbum(std::string const& path, Options const& options, oru::PlaybackDelegate& output,
                oru::AudioPlayer::CommonTimeDelegate* common, oru::AudioPlayer::TimestampMode mode,
-               oruplay::FailureReasons& reasons, StatusLine& status, Outcome& outcome) {
+               oruplay::FailureReasons& reasons, StatusLine& status, Interrupts& interrupts,
+               Outcome& outcome) {
   oruplay::CueSheet sheet;
   std::string error;
   if (!oruplay::CueSheet::read(path, &sheet, &error)) {
@@ -202,8 +265,7 @@ bool playAlbum(std::string const& path, Options const& options, oru::PlaybackDel
   oru::GaplessPlayer player(album, &output, common, new NoTokenUpdates, mode, nullptr);
   album->playFirstAt(options.atNs);
   album->start(player);
-  outcome.interrupted = showUntilDone(
-      status, *album, [album](int ms) { return album->waitUntilDone(ms); }, player);
+  outcome.interrupted = showUntilDone(status, *album, interrupts, player);
   outcome.failures = album->failures();
   return true;
 }
@@ -211,21 +273,14 @@ bool playAlbum(std::string const& path, Options const& options, oru::PlaybackDel
 // Plays the inputs one after the other through an AudioPlayer.
 void playInputs(Options const& options, oru::PlaybackDelegate& output,
                 oru::AudioPlayer::CommonTimeDelegate* common, oru::AudioPlayer::TimestampMode mode,
-                oruplay::FailureReasons& reasons, StatusLine& status, Outcome& outcome) {
+                oruplay::FailureReasons& reasons, StatusLine& status, Interrupts& interrupts,
+                Outcome& outcome) {
   oruplay::Session session(options.inputs, options.startMs, reasons);
   oru::AudioPlayer player(&session, &output, common, mode, nullptr);
   session.playFirstAt(options.atNs);
   session.start(player);
-  outcome.interrupted = showUntilDone(
-      status, session, [&session](int ms) { return session.waitUntilDone(ms); }, player);
+  outcome.interrupted = showUntilDone(status, session, interrupts, player);
   outcome.failures = session.failures();
-}
-
-void catchInterrupts() {
-  struct sigaction interrupt {};
-  interrupt.sa_handler = onInterrupt;
-  sigaction(SIGINT, &interrupt, nullptr);
-  sigaction(SIGTERM, &interrupt, nullptr);
 }
 
 }  // namespace
@@ -244,6 +299,7 @@ int main(int argc, char** argv) {
     case oruplay::Command::Play:
       break;
   }
+  Interrupts interrupts;  // before any other thread starts
 
   oru::host::StderrLogger stderrLogger(static_cast<oru::LogLevel>(options.logLevel));
   oruplay::FailureReasons logger(stderrLogger);
@@ -252,7 +308,6 @@ int main(int argc, char** argv) {
   if (!output) {
     return kExitUsage;
   }
-  catchInterrupts();
   StatusLine status(!options.quiet);
 
   // With --at, the player runs on the wall clock, with the output's drift fitted from it.
@@ -263,11 +318,11 @@ int main(int argc, char** argv) {
   Outcome outcome;
   std::string const& first = options.inputs.front();
   if (isCueSheet(first)) {
-    if (!playAlbum(first, options, *output, common, mode, logger, status, outcome)) {
+    if (!playAlbum(first, options, *output, common, mode, logger, status, interrupts, outcome)) {
       return kExitInputFailed;
     }
   } else {
-    playInputs(options, *output, common, mode, logger, status, outcome);
+    playInputs(options, *output, common, mode, logger, status, interrupts, outcome);
   }
   output.reset();  // completes a WAV file
   oru::AudioPlayer::setLogger(nullptr);
