@@ -99,6 +99,12 @@ TEST_F(OruplayTest, CtrlCOrTerm_WhileTheFirstInputPlays_StopsCleanlyWithAComplet
   }
 }
 
+TEST_F(OruplayTest, OnATerminal_TheLineIsRedrawnInPlaceWithMinutesAndSeconds) {
+  std::string const tone = fixture("tone.flac");
+  ASSERT_EQ(run("script -qec \"oruplay -o null " + tone + "\" /dev/null"), 0) << err;
+  EXPECT_THAT(out, ::testing::EndsWith("\r\033[K[1/1] " + tone + "  0:01\r\n"));
+}
+
 TEST_F(OruplayTest, At_PlaysTheFirstInputAtThatTimeOnTheWallClock) {
   // Unpaced, the file holds the silence from the output's start to that time, 3 to 4 s ahead.
   std::string const at = std::to_string(std::time(nullptr) + 4);

@@ -38,11 +38,15 @@ void AlbumSession::start(oru::GaplessPlayer& player) {
   }
 }
 
-Wake AlbumSession::wait(int timeoutMs) {
+Wake AlbumSession::wait(int timeoutMs, bool onChange) {
   std::unique_lock<std::mutex> lock(mMutex);
-  if (mChanged.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                        [this] { return mDone || mInterrupted; })) {
-    return mDone ? Wake::kDone : Wake::kInterrupted;
+  if (mChanged.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] {
+        return mDone || mInterrupted || (onChange && mChanges.pending());
+      })) {
+    if (mDone || mInterrupted) {
+      return mDone ? Wake::kDone : Wake::kInterrupted;
+    }
+    return Wake::kChanged;
   }
   // A file that ends before the sheet's last track: the stream's end took the remaining
   // tracks with it, and no later track will report.
@@ -86,7 +90,9 @@ void AlbumSession::playbackStarted(oru::AudioPlayer::Token const& token, unsigne
   int const index = InputToken::indexOf(token);
   CueSheet::Track const& track = mSheet.tracks[static_cast<size_t>(index)];
   mStatus = Status{index, positionMs, track.title, track.performer};
-  mChanges.note(mStatus);
+  if (mChanges.note(mStatus)) {
+    mChanged.notify_all();
+  }
 }
 
 void AlbumSession::progressReportIntervalElapsed(oru::AudioPlayer::Token const& token,

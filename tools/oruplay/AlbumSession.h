@@ -30,7 +30,7 @@ class AlbumSession : public oru::host::EventListenerBase, public StatusSource {
   // use of it.
   void start(oru::GaplessPlayer& player);
   // Done once the album has played or failed. Also notices a file shorter than its sheet.
-  Wake wait(int timeoutMs) override;
+  Wake wait(int timeoutMs, bool onChange) override;
   void interrupt() override;
   // A line for the album's file when it failed or ended early.
   std::vector<std::string> failures() const;

@@ -75,20 +75,26 @@ void Session::endInputLocked(int index) {
   }
 }
 
-Wake Session::wait(int timeoutMs) {
+Wake Session::wait(int timeoutMs, bool onChange) {
   std::unique_lock<std::mutex> lock(mMutex);
-  mChanged.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                    [this] { return mDone || mInterrupted; });
+  auto const woken = [&] { return mDone || mInterrupted || (onChange && mChanges.pending()); };
+  mChanged.wait_for(lock, std::chrono::milliseconds(timeoutMs), woken);
   if (mDone || mInterrupted) {
     return mDone ? Wake::kDone : Wake::kInterrupted;
   }
-  return Wake::kTimedOut;
+  return onChange && mChanges.pending() ? Wake::kChanged : Wake::kTimedOut;
 }
 
 void Session::interrupt() {
   std::lock_guard<std::mutex> lock(mMutex);
   mInterrupted = true;
   mChanged.notify_all();
+}
+
+void Session::noteLocked() {
+  if (mChanges.note(currentLocked())) {
+    mChanged.notify_all();
+  }
 }
 
 Status Session::currentLocked() const {
@@ -125,7 +131,7 @@ void Session::playbackStarted(oru::AudioPlayer::Token const& token, unsigned pos
   mStatus.positionMs = positionMs;
   mStatus.title = mTags[index].first;
   mStatus.artist = mTags[index].second;
-  mChanges.note(currentLocked());
+  noteLocked();
 }
 
 void Session::playbackNearlyFinished(oru::AudioPlayer::Token const& token, unsigned positionMs) {
@@ -144,10 +150,10 @@ void Session::progressReportIntervalElapsed(oru::AudioPlayer::Token const& token
   if (InputToken::indexOf(token) == mStatus.input && positionMs != mStatus.positionMs) {
     // The audio moves on, so a reconnection is over; it is noted first, as it may have begun
     // since the changes were last taken.
-    mChanges.note(currentLocked());
+    noteLocked();
     mStatus.positionMs = positionMs;
     reconnectionsOverLocked();
-    mChanges.note(currentLocked());
+    noteLocked();
   }
 }
 
@@ -187,7 +193,7 @@ void Session::streamMetadataExtracted(oru::AudioPlayer::Token const& token,
   if (index == mStatus.input) {
     mStatus.title = mTags[index].first;
     mStatus.artist = mTags[index].second;
-    mChanges.note(currentLocked());
+    noteLocked();
   }
 }
 

@@ -33,7 +33,7 @@ struct Status {
 };
 
 // Why a wait on a session ended.
-enum class Wake { kDone, kInterrupted, kTimedOut };
+enum class Wake { kDone, kInterrupted, kChanged, kTimedOut };
 
 // What plays, for the status line, and the main thread's wait for its end. Any thread but
 // wait(), which is the main thread's.
@@ -45,9 +45,9 @@ class StatusSource {
   virtual std::vector<Status> takeChanges() = 0;
   virtual int inputCount() const = 0;
   virtual std::string const& inputName(int index) const = 0;
-  // Waits until the session is done or interrupted, or for `timeoutMs`. Done outranks
-  // interrupted.
-  virtual Wake wait(int timeoutMs) = 0;
+  // Waits until the session is done or interrupted, or (with `onChange`) has a change for
+  // takeChanges(), or for `timeoutMs`. Done outranks interrupted, which outranks a change.
+  virtual Wake wait(int timeoutMs, bool onChange) = 0;
   // Makes every wait, the one under way included, end as interrupted.
   virtual void interrupt() = 0;
 };
@@ -58,14 +58,18 @@ using oru::tools::InputToken;
 // mutex guards it.
 class ChangeLog {
  public:
-  // Records `status` when its input, title or reconnecting differs from the last one recorded.
-  void note(Status const& status) {
-    if (!mLast.sameInputAndTitle(status) || mLast.reconnecting != status.reconnecting) {
-      mChanges.push_back(status);
-      mLast = status;
+  // Records `status` when its input, title or reconnecting differs from the last one recorded;
+  // true when it did.
+  bool note(Status const& status) {
+    if (mLast.sameInputAndTitle(status) && mLast.reconnecting == status.reconnecting) {
+      return false;
     }
+    mChanges.push_back(status);
+    mLast = status;
+    return true;
   }
   std::vector<Status> take() { return std::exchange(mChanges, {}); }
+  bool pending() const { return !mChanges.empty(); }
 
  private:
   Status mLast;
@@ -89,7 +93,7 @@ class Session : public oru::host::EventListenerBase, public StatusSource {
   // Begins with the first input. The player must outlive the session's use of it.
   void start(oru::AudioPlayer& player);
   // Done once every input has played or failed.
-  Wake wait(int timeoutMs) override;
+  Wake wait(int timeoutMs, bool onChange) override;
   void interrupt() override;
   Status status() const override;
   std::vector<Status> takeChanges() override;
@@ -123,6 +127,8 @@ class Session : public oru::host::EventListenerBase, public StatusSource {
   Status currentLocked() const;
   // Caller holds mMutex. Takes every reconnection begun so far as over.
   void reconnectionsOverLocked() { mReconnectsSeen = mReasons.reconnects(); }
+  // Caller holds mMutex. Notes the current status, and wakes a wait for the change it may be.
+  void noteLocked();
 
   std::vector<std::string> const mInputs;
   unsigned const mStartOffsetMs;

@@ -40,6 +40,9 @@ constexpr int kExitInputFailed = 1;
 constexpr int kExitUsage = 2;
 constexpr int kExitInterrupted = 130;
 
+// How often the status line is redrawn, or checked for a reconnection, which no event announces.
+constexpr int kRefreshMs = 1000;
+
 // Takes Ctrl-C (SIGINT) and SIGTERM on a thread of its own, which marks the run interrupted and
 // wakes the session that the main thread waits on, so that nothing polls for them. Made on the
 // main thread before any other thread starts: the signals are blocked in the thread that makes
@@ -151,18 +154,16 @@ class NoTokenUpdates : public oru::GaplessPlayer::TrackTokenDelegate {
   void updateTrackToken(oru::AudioPlayer::Token*, oru::AudioPlayer::Token const&) override {}
 };
 
-// "M:SS.T": minutes, seconds and tenths.
+// "M:SS": minutes and seconds, as often as the status line is redrawn.
 std::string formatTime(unsigned ms) {
   constexpr unsigned kMsPerSecond = oru::host::kMsPerSecond;
   constexpr unsigned kMsPerMinute = 60 * kMsPerSecond;
-  constexpr unsigned kMsPerTenth = kMsPerSecond / 10;
   char text[32];
-  std::snprintf(text, sizeof text, "%u:%02u.%u", ms / kMsPerMinute, ms / kMsPerSecond % 60,
-                ms / kMsPerTenth % 10);
+  std::snprintf(text, sizeof text, "%u:%02u", ms / kMsPerMinute, ms / kMsPerSecond % 60);
   return text;
 }
 
-// "[2/5] NAME  0:01.4  ARTIST - TITLE", with "reconnecting..." after the time, without the time
+// "[2/5] NAME  0:01  ARTIST - TITLE", with "reconnecting..." after the time, without the time
 // when `withTime` is false.
 std::string describe(oruplay::StatusSource const& session, oruplay::Status const& status,
                      bool withTime) {
@@ -177,12 +178,17 @@ std::string describe(oruplay::StatusSource const& session, oruplay::Status const
   return line;
 }
 
-// Shows what plays. On a terminal one line is redrawn in place; otherwise a line is printed for
-// each change of input, track or title, however quickly they follow each other, and one on
-// standard error each time the current input starts reconnecting.
+// Shows what plays. On a terminal one line is redrawn in place, once a second and at each change;
+// otherwise a line is printed for each change of input, track or title, however quickly they
+// follow each other, and one on standard error each time the current input starts reconnecting.
 class StatusLine {
  public:
   explicit StatusLine(bool enabled) : mEnabled(enabled), mTerminal(isatty(STDOUT_FILENO) != 0) {}
+
+  // How long show() may wait while nothing changes.
+  int refreshMs() const { return kRefreshMs; }
+  // Whether show() wants to run at each change.
+  bool showsChanges() const { return mEnabled; }
 
   void show(oruplay::StatusSource& session) {
     if (!mEnabled) {
@@ -202,6 +208,7 @@ class StatusLine {
       }
       return;
     }
+    session.takeChanges();  // only the latest is drawn; taking them ends a wait for them
     oruplay::Status const status = session.status();
     if (status.input >= 0) {
       std::printf("\r\033[K%s", describe(session, status, true).c_str());
@@ -231,7 +238,8 @@ bool showUntilDone(StatusLine& status, oruplay::StatusSource& session, Interrupt
                    oru::AudioPlayer& player) {
   interrupts.wake(&session);
   Wake wake = Wake::kTimedOut;
-  while ((wake = session.wait(100)) != Wake::kDone && wake != Wake::kInterrupted) {
+  while ((wake = session.wait(status.refreshMs(), status.showsChanges())) != Wake::kDone &&
+         wake != Wake::kInterrupted) {
     status.show(session);
   }
   interrupts.wake(nullptr);
