@@ -11,6 +11,7 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <fstream>
 
 using namespace oru;
 using test::fixture;
@@ -21,7 +22,7 @@ namespace {
 class OruplayTest : public ::testing::Test {
  protected:
   ~OruplayTest() override {
-    for (char const* suffix : {".out", ".err", ".wav", ".single.wav"}) {
+    for (char const* suffix : {".out", ".err", ".wav", ".single.wav", ".cue"}) {
       std::remove((base + suffix).c_str());
     }
   }
@@ -82,6 +83,7 @@ TEST_F(OruplayTest, StandardInput_PlaysThroughTheDataCallback) {
   EXPECT_EQ(out, "") << "quiet: no status line";
 }
 
+// Quiet, only the signal wakes the main thread before the inputs have played out.
 TEST_F(OruplayTest, CtrlCOrTerm_WhileTheFirstInputPlays_StopsCleanlyWithACompleteFile) {
   std::string const tone = fixture("tone.flac");
   std::pair<std::string, std::string> const cases[] = {
@@ -122,6 +124,15 @@ TEST_F(OruplayTest, CueSheetAlbum_PlaysLikeItsFileWithALinePerTrack) {
   ASSERT_EQ(run("oruplay -q -o 'wav:" + base + ".single.wav' " + fixture("album.flac")), 0);
   EXPECT_GT(album.size(), 44u + 3u * 48000u * 4u - 200u);
   EXPECT_TRUE(album == test::readText(base + ".single.wav")) << "exactly as its file";
+}
+
+// The file's end takes the tracks past it away, and none of them reports: quiet, nothing else
+// would end the wait.
+TEST_F(OruplayTest, CueSheetLongerThanItsFile_EndsWithTheFile) {
+  std::ofstream(base + ".cue") << "FILE \"" << fixture("album.flac") << "\" WAVE\nTRACK 01 AUDIO\n"
+                               << "INDEX 01 00:00:00\nTRACK 02 AUDIO\nINDEX 01 00:05:00\n";
+  ASSERT_EQ(run("oruplay -q " + toWav + base + ".cue"), 0) << err;
+  EXPECT_NEAR(wavFrames(), 3 * 48000, 40);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "AlbumSession.h"
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
@@ -9,6 +10,12 @@ namespace {
 using State = oru::GaplessPlayer::GaplessState;
 
 constexpr int kProgressIntervalMs = 100;  // how late a track change may show
+
+// The player takes a track that finished with its stream off its list just after telling so, on
+// its own thread, and then tells nothing more when the tracks after it went with the stream:
+// until it has, the main thread looks again this often. That gap lasts microseconds, at the
+// stream's end, so even a quiet run, whose wait never times out otherwise, seldom wakes for it.
+constexpr std::chrono::milliseconds kSettleRecheck(10);
 
 std::string trackId(int index) { return std::to_string(index + 1); }
 
@@ -38,26 +45,57 @@ void AlbumSession::start(oru::GaplessPlayer& player) {
   }
 }
 
+std::optional<bool> AlbumSession::endedWithStream(int finished) const {
+  // The finished track leaves the list in the same step as the tracks its stream takes with it.
+  if (mPlayer->getCurrentLogicalTrackFromLogicalToken(InputToken(finished))) {
+    return std::nullopt;
+  }
+  return !mPlayer->getCurrentLogicalTrackFromLogicalToken(InputToken(finished + 1));
+}
+
 Wake AlbumSession::wait(int timeoutMs, bool onChange) {
+  using Clock = std::chrono::steady_clock;
+  Clock::time_point const deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
   std::unique_lock<std::mutex> lock(mMutex);
-  if (mChanged.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] {
-        return mDone || mInterrupted || (onChange && mChanges.pending());
-      })) {
+  for (;;) {
+    // A file that ends before the sheet's last track takes the remaining tracks with it, and
+    // no later track will report: each finish but the last is looked into once, for that.
+    int const finished = mLastFinished;
+    bool unsettled = false;
+    if (!mDone && finished > mLastFollowed) {
+      lock.unlock();
+      std::optional<bool> const ended = endedWithStream(finished);
+      lock.lock();
+      if (mLastFinished != finished) {
+        continue;  // the next track may have played and gone in the meantime
+      }
+      unsettled = !ended.has_value();
+      if (ended == true) {
+        mDone = true;
+      } else if (ended == false) {
+        mLastFollowed = std::max(mLastFollowed, finished);
+      }
+    }
+    auto const woken = [&] {
+      return mDone || mInterrupted || (onChange && mChanges.pending()) || mLastFinished != finished;
+    };
+    if (!unsettled && timeoutMs < 0) {
+      mChanged.wait(lock, woken);
+    } else {
+      Clock::time_point const recheck = Clock::now() + kSettleRecheck;
+      bool const recheckFirst = unsettled && (timeoutMs < 0 || recheck < deadline);
+      mChanged.wait_until(lock, recheckFirst ? recheck : deadline, woken);
+    }
     if (mDone || mInterrupted) {
       return mDone ? Wake::kDone : Wake::kInterrupted;
     }
-    return Wake::kChanged;
+    if (onChange && mChanges.pending()) {
+      return Wake::kChanged;
+    }
+    if (timeoutMs >= 0 && Clock::now() >= deadline) {
+      return Wake::kTimedOut;
+    }
   }
-  // A file that ends before the sheet's last track: the stream's end took the remaining
-  // tracks with it, and no later track will report.
-  if (mLastFinished >= 0 && mLastFinished + 1 < inputCount()) {
-    lock.unlock();
-    bool const nextGone =
-        !mPlayer->getCurrentLogicalTrackFromLogicalToken(InputToken(mLastFinished + 1));
-    lock.lock();
-    mDone = mDone || nextGone;
-  }
-  return mDone ? Wake::kDone : Wake::kTimedOut;
 }
 
 void AlbumSession::interrupt() {
@@ -110,10 +148,8 @@ void AlbumSession::playbackFinished(oru::AudioPlayer::Token const& token, unsign
   if (!endedEarly.empty()) {
     mFailures.push_back(endedEarly);
   }
-  if (mLastFinished + 1 == inputCount()) {
-    mDone = true;
-    mChanged.notify_all();
-  }
+  mDone = mDone || mLastFinished + 1 == inputCount();
+  mChanged.notify_all();  // the main thread looks into a finish before the last
 }
 
 void AlbumSession::playbackFailed(oru::AudioPlayer::Token const&, oru::AudioPlayer::MediaError,

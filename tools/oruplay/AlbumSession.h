@@ -8,6 +8,7 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -56,10 +57,16 @@ class AlbumSession : public oru::host::EventListenerBase, public StatusSource {
   oru::GaplessPlayer* mPlayer = nullptr;
   int64_t mFirstPlayAtNs = 0;  // command thread, once started
 
+  // Whether the tracks after the one that finished as `finished` are gone with the stream's end
+  // (then true), or follow (false), or the player has yet to take the finished one off its list
+  // (empty).
+  std::optional<bool> endedWithStream(int finished) const;
+
   // Guards everything below.
   mutable std::mutex mMutex;
   std::condition_variable mChanged;
   int mLastFinished = -1;  // index of the last track reported finished
+  int mLastFollowed = -1;  // index of the last finished track known to be followed by the next
   bool mDone = false;
   bool mInterrupted = false;
   Status mStatus;

@@ -78,7 +78,11 @@ void Session::endInputLocked(int index) {
 Wake Session::wait(int timeoutMs, bool onChange) {
   std::unique_lock<std::mutex> lock(mMutex);
   auto const woken = [&] { return mDone || mInterrupted || (onChange && mChanges.pending()); };
-  mChanged.wait_for(lock, std::chrono::milliseconds(timeoutMs), woken);
+  if (timeoutMs < 0) {
+    mChanged.wait(lock, woken);
+  } else {
+    mChanged.wait_for(lock, std::chrono::milliseconds(timeoutMs), woken);
+  }
   if (mDone || mInterrupted) {
     return mDone ? Wake::kDone : Wake::kInterrupted;
   }

@@ -46,7 +46,8 @@ class StatusSource {
   virtual int inputCount() const = 0;
   virtual std::string const& inputName(int index) const = 0;
   // Waits until the session is done or interrupted, or (with `onChange`) has a change for
-  // takeChanges(), or for `timeoutMs`. Done outranks interrupted, which outranks a change.
+  // takeChanges(), or for `timeoutMs`; with a negative `timeoutMs`, for as long as it takes.
+  // Done outranks interrupted, which outranks a change.
   virtual Wake wait(int timeoutMs, bool onChange) = 0;
   // Makes every wait, the one under way included, end as interrupted.
   virtual void interrupt() = 0;

@@ -185,8 +185,8 @@ class StatusLine {
  public:
   explicit StatusLine(bool enabled) : mEnabled(enabled), mTerminal(isatty(STDOUT_FILENO) != 0) {}
 
-  // How long show() may wait while nothing changes.
-  int refreshMs() const { return kRefreshMs; }
+  // How long show() may wait while nothing changes; negative: for ever.
+  int refreshMs() const { return mEnabled ? kRefreshMs : -1; }
   // Whether show() wants to run at each change.
   bool showsChanges() const { return mEnabled; }
 
