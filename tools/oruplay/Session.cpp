@@ -29,7 +29,8 @@ std::string metadataValue(std::string const& text, std::string const& key) {
   return end == std::string::npos || end < start ? "" : text.substr(start, end - start);
 }
 
-constexpr int kProgressIntervalMs = 250;
+// As often as the status line is redrawn: more reports would only wake the player's thread.
+constexpr int kProgressIntervalMs = 1000;
 
 }  // namespace
 
