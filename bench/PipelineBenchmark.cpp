@@ -7,14 +7,13 @@
 //    (compared with the bare loop over the same span).
 // Prints CPU time (all threads, getrusage) per second of audio, the median of --repetitions
 // runs, and the player's ratio to the bare loop, as a Markdown table.
+#include "BareLoop.h"
 #include "BenchDevice.h"
 #include "InputToken.h"
 #include "Units.h"
 
 extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-#include <libswresample/swresample.h>
+#include <libavutil/log.h>
 }
 
 #include <oru/AudioPlayer.h>
@@ -82,77 +81,15 @@ class CostMeter {
   std::chrono::steady_clock::time_point const mStart;
 };
 
-void check(int result, char const* what) {
-  if (result < 0) {
-    char text[AV_ERROR_MAX_STRING_SIZE] = {};
-    av_strerror(result, text, sizeof text);
-    throw std::runtime_error(std::string(what) + ": " + text);
-  }
-}
-
-// The bare loop, over the first `frameLimit` frames of output. With a pacer, it waits after each
+// The bare loop over the first `frameLimit` frames of output. With a pacer, it waits after each
 // conversion as the paced device makes the player wait: what pacing alone costs.
 Cost bareLoop(std::string const& path, int64_t frameLimit, oru::host::Pacer* pacer = nullptr) {
   CostMeter const meter;
-  AVFormatContext* format = nullptr;
-  check(avformat_open_input(&format, path.c_str(), nullptr, nullptr), "open");
-  check(avformat_find_stream_info(format, nullptr), "stream info");
-  AVCodec const* codec = nullptr;
-  int const stream = av_find_best_stream(format, AVMEDIA_TYPE_AUDIO, -1, -1, &codec, 0);
-  check(stream, "audio stream");
-  AVCodecContext* decoder = avcodec_alloc_context3(codec);
-  check(avcodec_parameters_to_context(decoder, format->streams[stream]->codecpar), "parameters");
-  check(avcodec_open2(decoder, codec, nullptr), "decoder");
-
-  SwrContext* converter = nullptr;
-  check(swr_alloc_set_opts2(&converter, &decoder->ch_layout, AV_SAMPLE_FMT_S16, kRate,
-                            &decoder->ch_layout, decoder->sample_fmt, decoder->sample_rate, 0,
-                            nullptr),
-        "converter");
-  check(swr_init(converter), "converter");
-
-  AVPacket* packet = av_packet_alloc();
-  AVFrame* frame = av_frame_alloc();
-  std::vector<uint8_t> output;
-  int64_t frames = 0;
-  auto convert = [&](AVFrame const* input) {
-    int const capacity = swr_get_out_samples(converter, input ? input->nb_samples : 0);
-    output.resize(std::max<size_t>(output.size(), static_cast<size_t>(capacity) * 4));
-    uint8_t* out[] = {output.data()};
-    int const converted =
-        swr_convert(converter, out, capacity,
-                    input ? const_cast<uint8_t const**>(input->extended_data) : nullptr,
-                    input ? input->nb_samples : 0);
-    check(converted, "convert");
-    frames += converted;
+  int64_t const frames = bench::bareLoop(path, frameLimit, [pacer](uint8_t const*, int converted) {
     if (pacer != nullptr) {
       pacer->wait(converted);
     }
-  };
-  auto drain = [&] {
-    while (avcodec_receive_frame(decoder, frame) == 0) {
-      convert(frame);
-      av_frame_unref(frame);
-    }
-  };
-  while (frames < frameLimit && av_read_frame(format, packet) >= 0) {
-    if (packet->stream_index == stream) {
-      check(avcodec_send_packet(decoder, packet), "decode");
-      drain();
-    }
-    av_packet_unref(packet);
-  }
-  if (frames < frameLimit) {
-    avcodec_send_packet(decoder, nullptr);
-    drain();
-    convert(nullptr);
-  }
-
-  av_frame_free(&frame);
-  av_packet_free(&packet);
-  swr_free(&converter);
-  avcodec_free_context(&decoder);
-  avformat_close_input(&format);
+  });
   return meter.finish(frames);
 }
 
