@@ -163,7 +163,16 @@ class BusyThreads {
 
 struct DeviceCounts {
   int64_t wakeUps = 0;
-  int64_t underruns = 0;
+  int64_t latestWakeNs = 0;
+  int64_t lateWrites = 0;
+  int64_t starvingStretches = 0;
+  int64_t longestDryNs = 0;
+
+  static DeviceCounts of(bench::RealTimeDevice const& device) {
+    return {device.wakeUps, device.latestWakeNs, device.lateWrites, device.starvingStretches,
+            device.longestDryNs};
+  }
+  int64_t underruns() const { return lateWrites + starvingStretches; }
 };
 
 struct EngineRun {
@@ -192,7 +201,7 @@ EngineRun engineRun(std::string const& path, int64_t frames) {
     how = ending.wait();
     run.threads = sampleThreads();
     run.processCpuNs = processCpuNs() - processBefore - (run.threads[kBusyName].cpuNs - busyBefore);
-    run.device = {device.wakeUps, device.underruns};
+    run.device = DeviceCounts::of(device);
   }
   if (how == "finished") {
     throw std::runtime_error(path + ": shorter than the span to play");
@@ -231,7 +240,7 @@ BareRun bareRun(std::string const& path, int64_t frames) {
       if (!readThread("/proc/thread-self", &name, &run.thread)) {
         throw std::runtime_error("cannot read /proc/thread-self");
       }
-      run.device = {device.wakeUps, device.underruns};
+      run.device = DeviceCounts::of(device);
     } catch (std::exception const& caught) {
       error = caught.what();
     }
@@ -241,6 +250,19 @@ BareRun bareRun(std::string const& path, int64_t frames) {
     throw std::runtime_error(error);
   }
   return run;
+}
+
+// How late the device woke its blocked writes at worst, and its underruns by kind.
+std::string describe(DeviceCounts const& device) {
+  char text[256];
+  std::snprintf(text, sizeof text,
+                "woke a blocked write %.2f ms late at most, had %lld writes after it had run dry "
+                "(dry %.2f ms at most) and %lld stretches of starving writes",
+                static_cast<double>(device.latestWakeNs) / kNsPerMs,
+                static_cast<long long>(device.lateWrites),
+                static_cast<double>(device.longestDryNs) / kNsPerMs,
+                static_cast<long long>(device.starvingStretches));
+  return text;
 }
 
 double loadAverage() {
@@ -323,7 +345,7 @@ int main(int argc, char** argv) {
   std::fflush(stdout);
 
   double const loadBefore = loadAverage();
-  std::vector<std::string> others;
+  std::vector<std::string> notes;
   try {
     BusyThreads const spinning(busy);
     for (std::string const& input : inputs) {
@@ -341,18 +363,22 @@ int main(int argc, char** argv) {
       }
       std::printf(" %.1f | %lld | %.2f | %.2f | %.1f | %.1f | %lld |\n",
                   perSecond(static_cast<double>(engine.device.wakeUps)),
-                  static_cast<long long>(engine.device.underruns),
+                  static_cast<long long>(engine.device.underruns()),
                   perSecond(static_cast<double>(engine.processCpuNs)) / kNsPerMs,
                   cpuMs(bare.thread), wakeUps(bare.thread),
                   perSecond(static_cast<double>(bare.device.wakeUps)),
-                  static_cast<long long>(bare.device.underruns));
+                  static_cast<long long>(bare.device.underruns()));
       std::fflush(stdout);
+      notes.push_back(baseName(input) + ": the player's device " + describe(engine.device) +
+                      "; the bare loop's " + describe(bare.device) + ".");
       for (auto const& [name, cost] : engine.threads) {
         char text[256];
-        std::snprintf(text, sizeof text, "%s: %s (%d), %.2f CPU ms and %.1f wake-ups per audio s",
+        std::snprintf(text, sizeof text,
+                      "%s: another thread of the engine, %s (%d), %.2f CPU ms and %.1f wake-ups "
+                      "per audio s.",
                       baseName(input).c_str(), name.c_str(), cost.threads, cpuMs(cost),
                       wakeUps(cost));
-        others.emplace_back(text);
+        notes.emplace_back(text);
       }
     }
   } catch (std::exception const& error) {
@@ -365,11 +391,8 @@ int main(int argc, char** argv) {
       seconds, static_cast<long long>(bench::RealTimeDevice::kLead.count()),
       static_cast<long long>(bench::RealTimeDevice::kWakeAt.count()), busy, loadBefore,
       loadAverage());
-  if (others.empty()) {
-    std::printf("No other thread of the engine was running at the samples.\n");
-  }
-  for (std::string const& other : others) {
-    std::printf("Another thread of the engine: %s.\n", other.c_str());
+  for (std::string const& note : notes) {
+    std::printf("%s\n", note.c_str());
   }
   return 0;
 }

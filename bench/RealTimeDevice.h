@@ -17,10 +17,11 @@ namespace bench {
 // monotonic clock from the first write after a start. The reference outputs' Pacer is not used:
 // it takes a whole write before it waits, so it holds up to a write more than its lead (a FLAC
 // frame is 104 ms), and it cannot tell its wake-ups. It counts:
-//  - wake-ups: each time a blocked write is woken;
+//  - wake-ups: each time a blocked write is woken, and the latest one came after its time;
 //  - underruns: each write of data that comes after all it held has played (it then plays on
 //    from that write, as a card recovers), and each stretch of the engine's starving writes of
-//    null data while playing (a data write that ends such a stretch late is the same underrun).
+//    null data while playing (a data write that ends such a stretch late is the same underrun);
+//    and the longest it was dry before a write.
 // 16-bit stereo at 48 kHz, as BenchDevice; called on one thread (the render thread, or the bare
 // loop's); the counts are read by any.
 class RealTimeDevice : public BenchDevice {
@@ -41,7 +42,7 @@ class RealTimeDevice : public BenchDevice {
   int write(long long timestamp, void const* data, unsigned* frames) override {
     if (data == nullptr) {
       if (mPlaying && !mStarving) {
-        ++underruns;
+        ++starvingStretches;
       }
       mStarving = true;
       return BenchDevice::write(timestamp, data, frames);
@@ -52,8 +53,13 @@ class RealTimeDevice : public BenchDevice {
   }
   long long getPlayedFrames() override { return mPlaying ? played(mClock.now()) : 0; }
 
+  int64_t underruns() const { return lateWrites + starvingStretches; }
+
   std::atomic<int64_t> wakeUps{0};
-  std::atomic<int64_t> underruns{0};
+  std::atomic<int64_t> latestWakeNs{0};  // after the time it was due
+  std::atomic<int64_t> lateWrites{0};
+  std::atomic<int64_t> starvingStretches{0};
+  std::atomic<int64_t> longestDryNs{0};
 
  private:
   static constexpr int64_t kLeadFrames = kRate * kLead.count() / oru::host::kMsPerSecond;
@@ -65,11 +71,12 @@ class RealTimeDevice : public BenchDevice {
       mPlaying = true;
       mStartNs = now;
       mFrames = 0;
-    } else if (now > dueNs(mFrames)) {
+    } else if (int64_t const dryNs = now - dueNs(mFrames); dryNs > 0) {
       if (!mStarving) {
-        ++underruns;
+        ++lateWrites;
       }
-      mStartNs += now - dueNs(mFrames);
+      noteMost(longestDryNs, dryNs);
+      mStartNs += dryNs;
     }
     for (;;) {
       int64_t const room = kLeadFrames - (mFrames - played(now));
@@ -80,10 +87,16 @@ class RealTimeDevice : public BenchDevice {
         return;
       }
       // Full, so more than kWakeAt is held: the wait is a real one.
-      mClock.sleepUntil(dueNs(mFrames - kWakeAtFrames));
-      ++wakeUps;
+      int64_t const wakeNs = dueNs(mFrames - kWakeAtFrames);
+      mClock.sleepUntil(wakeNs);
       now = mClock.now();
+      ++wakeUps;
+      noteMost(latestWakeNs, now - wakeNs);
     }
+  }
+
+  static void noteMost(std::atomic<int64_t>& most, int64_t value) {
+    most = std::max(most.load(), value);
   }
 
   // Whole microseconds keep the products within 64 bits over days, as in Pacer.
