@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # Builds the release preset and prints every table of docs/PERFORMANCE.md, with the machine they
-# ran on. Takes about 18 minutes; run it on an otherwise idle machine.
+# ran on. Takes about 50 minutes; run it on an otherwise idle machine. The peers of the real-time
+# section (GStreamer, mpv) are compared only where they are installed (bench/compare-peers.sh).
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 cmake --preset release >/dev/null
 cmake --build --preset release --target resampler_benchmark memory_benchmark pipeline_benchmark \
-  latency_benchmark radio_benchmark oru_syncsim >/dev/null
+  realtime_benchmark latency_benchmark radio_benchmark oru_syncsim oruplay_cli >/dev/null
 media=build/bench-media
 bench/make-media.sh "$media"
 
@@ -19,6 +20,13 @@ echo "## The whole pipeline against a bare FFmpeg loop"
 echo
 build/release/bench/pipeline_benchmark --repetitions 5 --paced-seconds 60 \
   "$media"/ten-minutes.{flac,mp3,m4a,ogg,opus} "$media"/ten-minutes-96k-float.wav
+
+echo
+echo "## Real time: what each thread costs and how often it wakes"
+echo
+build/release/bench/realtime_benchmark --seconds 60 --media "$media"
+echo
+bench/compare-peers.sh --seconds 60 "$media"
 
 echo
 echo "## Drift correction"
