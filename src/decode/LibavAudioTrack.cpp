@@ -16,9 +16,11 @@ constexpr unsigned kQueueBuffers = 20;
 constexpr uint32_t kPrebufferBuffers = 10;
 // Once playback has begun, the decoding thread sleeps until this many buffers of the pool are
 // free and then refills them in one burst, rather than waking for each buffer played; it
-// refills at once when no more than kLowMark buffers are left to play.
+// refills at once when no more than kLowMarkNs of audio are left to play. The mark is a time,
+// not a count: frames can be short (Vorbis has runs of 128-sample blocks, 3 ms each), and a
+// device must not run dry while the decoder sleeps.
 constexpr size_t kRefillBurst = kQueueBuffers / 2;
-constexpr size_t kLowMark = 2;
+constexpr int64_t kLowMarkNs = 100 * kNsPerMs;
 // Several end markers, so that a consumer that pops past one still finds the end.
 constexpr int kEndMarkers = 10;
 
@@ -244,7 +246,7 @@ int LibavAudioTrack::getNextBuffer(PcmBuffer** buffer) {
   }
   if (mPrebufferCount != 0) {
     mPrebufferCount = 0;
-    mQueue.setRefill(kRefillBurst, kLowMark);
+    mQueue.setRefill(kRefillBurst, kLowMarkNs);
   }
   PcmBuffer* next = mQueue.pop();
   if (next == nullptr) {

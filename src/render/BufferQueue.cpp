@@ -20,6 +20,9 @@ PcmBuffer* takeFront(std::list<PcmBuffer*>& list, std::list<PcmBuffer*>& spare) 
   return buffer;
 }
 
+// How much audio `buffer` holds; nothing for a null mark.
+int64_t durationOf(PcmBuffer const* buffer) { return buffer != nullptr ? buffer->duration : 0; }
+
 }  // namespace
 
 BufferQueue::BufferQueue(unsigned int count) {
@@ -59,7 +62,7 @@ void BufferQueue::pushBuffer(PcmBuffer* buffer) {
   {
     std::lock_guard<std::mutex> lock(mFilledMutex);
     append(mFilled, mFilledSpare, buffer);
-    ++mFilledCount;
+    mFilledNs += durationOf(buffer);
   }
   mFilledChanged.notify_all();
 }
@@ -80,18 +83,19 @@ void BufferQueue::releaseBuffer(PcmBuffer* buffer) {
 PcmBuffer* BufferQueue::pop() {
   std::unique_lock<std::mutex> lock(mFilledMutex);
   mFilledChanged.wait(lock, [this] { return !mFilled.empty(); });
-  --mFilledCount;
-  return takeFront(mFilled, mFilledSpare);
+  PcmBuffer* const buffer = takeFront(mFilled, mFilledSpare);
+  mFilledNs -= durationOf(buffer);
+  return buffer;
 }
 
-void BufferQueue::setRefill(size_t burst, size_t lowMark) {
+void BufferQueue::setRefill(size_t burst, int64_t lowMarkNs) {
   std::lock_guard<std::mutex> lock(mPoolMutex);
   mBurst = burst;
-  mLowMark = lowMark;
+  mLowMarkNs = lowMarkNs;
 }
 
 bool BufferQueue::mayRefill() const {
-  return mStopping || mPool.size() >= mBurst || (!mPool.empty() && mFilledCount <= mLowMark);
+  return mStopping || mPool.size() >= mBurst || (!mPool.empty() && mFilledNs <= mLowMarkNs);
 }
 
 size_t BufferQueue::size() {

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <list>
 #include <mutex>
 
@@ -47,8 +48,8 @@ class BufferQueue : public PcmBufferQueue {
   size_t size();
 
   // From now on, a producer that finds the pool empty waits until `burst` buffers are free, or
-  // until no more than `lowMark` entries are left in the filled queue, whichever comes first.
-  void setRefill(size_t burst, size_t lowMark);
+  // until the filled queue holds no more than `lowMarkNs` of audio, whichever comes first.
+  void setRefill(size_t burst, int64_t lowMarkNs);
 
  private:
   // Whether a producer waiting on an empty pool may take a buffer now. Under mPoolMutex.
@@ -59,16 +60,16 @@ class BufferQueue : public PcmBufferQueue {
   std::list<PcmBuffer*> mFilled;
   std::list<PcmBuffer*> mFilledSpare;
 
-  // The filled queue's length, for a release to tell whether it has run low without taking
-  // the filled queue's lock.
-  std::atomic<size_t> mFilledCount{0};
+  // The audio in the filled queue (the sum of its buffers' durations), for a release to tell
+  // whether it has run low without taking the filled queue's lock.
+  std::atomic<int64_t> mFilledNs{0};
 
   std::mutex mPoolMutex;                 // guards the five below
   std::condition_variable mPoolChanged;  // signalled when a waiting producer may go on
   std::list<PcmBuffer*> mPool;
   std::list<PcmBuffer*> mPoolSpare;
   size_t mBurst = 1;
-  size_t mLowMark = 0;
+  int64_t mLowMarkNs = 0;
   bool mStopping = false;  // a null mark has been released
 };
 
