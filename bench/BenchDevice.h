@@ -1,6 +1,8 @@
 // The benchmarks' output device and listener.
 #pragma once
 
+#include "InputToken.h"
+
 #include <oru/AudioPlayer.h>
 #include <oru/host/EventListenerBase.h>
 #include <oru/host/NullOutput.h>
@@ -11,6 +13,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -129,5 +132,23 @@ class TrackListener : public oru::host::EventListenerBase {
   Signal& mEnding;
   bool const mPlayWhenReady;
 };
+
+// Plays `path` from its start through a player of its own into `device` until `ending` is
+// raised (the track finished or failed, or the device reached its limit), calls
+// `beforeDestroy` while the player still exists, and returns what ended it.
+inline std::string playUntilEnded(std::string const& path, oru::PlaybackDelegate& device,
+                                  Signal& ending, std::function<void()> const& beforeDestroy = {}) {
+  TrackListener listener(ending);
+  oru::AudioPlayer player(&listener, &device, nullptr, oru::AudioPlayer::TIMESTAMP_STREAM, nullptr);
+  listener.player = &player;
+  oru::AudioPlayer::Resource resource;
+  resource.uri = path;
+  player.prepare(oru::AudioPlayer::REPLACE_ALL, resource, 0, -1, -1, oru::tools::InputToken(0), 1);
+  std::string how = ending.wait();
+  if (beforeDestroy) {
+    beforeDestroy();
+  }
+  return how;
+}
 
 }  // namespace bench

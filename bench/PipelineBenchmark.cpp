@@ -9,7 +9,6 @@
 // runs, and the player's ratio to the bare loop, as a Markdown table.
 #include "BareLoop.h"
 #include "BenchDevice.h"
-#include "InputToken.h"
 #include "Units.h"
 
 extern "C" {
@@ -99,18 +98,7 @@ Cost playerRun(std::string const& path, int speedUp, int64_t frameLimit) {
   CostMeter const meter;
   bench::Signal ending;
   bench::BenchDevice device(speedUp, ending, frameLimit);
-  bench::TrackListener listener(ending);
-  std::string how;
-  {
-    oru::AudioPlayer player(&listener, &device, nullptr, oru::AudioPlayer::TIMESTAMP_STREAM,
-                            nullptr);
-    listener.player = &player;
-    oru::AudioPlayer::Resource resource;
-    resource.uri = path;
-    player.prepare(oru::AudioPlayer::REPLACE_ALL, resource, 0, -1, -1, oru::tools::InputToken(0),
-                   1);
-    how = ending.wait();
-  }
+  std::string const how = bench::playUntilEnded(path, device, ending);
   if (how != "finished" && how != "limit") {
     throw std::runtime_error(path + ": playback " + how);
   }

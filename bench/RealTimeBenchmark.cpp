@@ -14,7 +14,6 @@
 // for the cores; their CPU time is left out of the process's.
 #include "BareLoop.h"
 #include "BenchDevice.h"
-#include "InputToken.h"
 #include "RealTimeDevice.h"
 #include "Units.h"
 
@@ -186,23 +185,14 @@ EngineRun engineRun(std::string const& path, int64_t frames) {
   EngineRun run;
   bench::Signal ending;
   bench::RealTimeDevice device(ending, frames);
-  bench::TrackListener listener(ending);
   int64_t const processBefore = processCpuNs();
   int64_t const busyBefore = busyCpuNs();
-  std::string how;
-  {
-    oru::AudioPlayer player(&listener, &device, nullptr, oru::AudioPlayer::TIMESTAMP_STREAM,
-                            nullptr);
-    listener.player = &player;
-    oru::AudioPlayer::Resource resource;
-    resource.uri = path;
-    player.prepare(oru::AudioPlayer::REPLACE_ALL, resource, 0, -1, -1, oru::tools::InputToken(0),
-                   1);
-    how = ending.wait();
+  // The engine's threads are sampled while the player still runs them.
+  std::string const how = bench::playUntilEnded(path, device, ending, [&] {
     run.threads = sampleThreads();
     run.processCpuNs = processCpuNs() - processBefore - (run.threads[kBusyName].cpuNs - busyBefore);
     run.device = DeviceCounts::of(device);
-  }
+  });
   if (how == "finished") {
     throw std::runtime_error(path + ": shorter than the span to play");
   }
